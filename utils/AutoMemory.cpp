@@ -9,8 +9,10 @@
 #include "Exception"
 #include "StrFormat"
 
+UMallocFunction g_autoMemoryMalloc = ::malloc;
+
 void* AutoMemory::allocate(unsigned long long size, int line) {
-    void* p = size <= 0xFFFFFFFFull ? ::malloc(static_cast<size_t>(size)) : nullptr;
+    void* p = size <= 0xFFFFFFFFull ? g_autoMemoryMalloc(static_cast<size_t>(size)) : nullptr;
     if (p == nullptr)
         throw UException(-1, "", "AutoMemory::malloc", static_cast<unsigned int>(line), "EXCEPTION - %s, %s",
                          "malloc error (size)", static_cast<const char*>(createString(size)));

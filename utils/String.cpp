@@ -517,7 +517,8 @@ char* CString::LockBuffer() {
 }
 
 void CString::UnlockBuffer() {
-    if (GetData() != afxDataNil) GetData()->refs = 1;
+    // Only a locked buffer is touched: setting refs on a shared one would lose its sharers' count.
+    if (GetData() != afxDataNil && GetData()->refs < 0) GetData()->refs = 1;
 }
 
 void CString::FreeExtra() {

@@ -13,6 +13,8 @@
 // and the %s strings.
 //
 // A "%c" or "%C" conversion has no size rule and stops the process at once.
+//
+// A bound above 1 GiB (a width such as "%2147483647d") throws std::bad_alloc before anything is allocated.
 #include <cstdarg>
 #include <climits>
 #include <cstddef>
@@ -21,10 +23,13 @@
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
+#include <new>
 
 #include "String"
 
 namespace {
+
+constexpr long long kFormatLimit = 1LL << 30;
 
 // The values of one conversion as the C library takes them from the argument list.
 struct Taken {
@@ -255,9 +260,8 @@ void CString::FormatV(const char* format, va_list args) {
         ArgumentReader reader(format, args);
         bound = estimateLength(format, reader);
     }
-    // The largest text a CString can hold; beyond that allocation fails with std::bad_alloc.
-    const long long limit = INT_MAX - static_cast<long long>(sizeof(CStringData)) - 1;
-    if (bound > limit) bound = limit;
+    // A text of more than 1 GiB is refused as out of memory rather than allocated and padded.
+    if (bound > kFormatLimit) throw std::bad_alloc();
 
     // Print into a buffer of our own: an argument may point into this string's current text.
     // An empty result still runs the print, so that "%n" stores its count.

@@ -1,0 +1,148 @@
+// UException: its fields, copies, and the line it writes when made and when caught.
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "CapturingLog.h"
+#include "Exception"
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+const char* none() {
+    static const char* volatile value = nullptr;
+    return value;
+}
+
+TEST(UException, ShortFormsPrefixTheMessageAndLogThemselves) {
+    ScopedCapturingLog log;
+    UException e("bad %d", 7);
+    EXPECT_EQ(-1, e.GetErrorCode());
+    EXPECT_STREQ("EXCEPTION - bad 7", e.GetErrorMessage());
+    EXPECT_EQ(nullptr, e.GetFileName());
+    EXPECT_EQ(nullptr, e.GetFunctionName());
+    EXPECT_EQ(0u, e.GetLine());
+    EXPECT_TRUE(e.isDefined());
+
+    UException coded(9, "code %s", "nine");
+    EXPECT_EQ(9, coded.GetErrorCode());
+    EXPECT_EQ((Lines{"1, , 0, , EXCEPTION - bad 7\n", "1, , 0, , EXCEPTION - code nine\n"}), log.lines())
+        << "without a place, the code does not show";
+}
+
+TEST(UException, PlaceFormShowsTheCodeUnlessItIsMinusOne) {
+    ScopedCapturingLog log;
+    UException coded(5, "a", "f", 12, "x");
+    UException plain(-1, "a", "f", 12, "x");
+    UException negative(-2, "a", "f", 12, "x");
+    EXPECT_STREQ("x", coded.GetErrorMessage());
+    EXPECT_STREQ("a", coded.GetFileName());
+    EXPECT_STREQ("f", coded.GetFunctionName());
+    EXPECT_EQ(12u, coded.GetLine());
+    EXPECT_EQ((Lines{"1, a, 12, f, (0x5) x\n", "1, a, 12, f, x\n", "1, a, 12, f, (0xfffffffe) x\n"}), log.lines());
+}
+
+TEST(UException, InvalidInputsGiveFixedMessages) {
+    ScopedCapturingLog log;
+    UException noFunction(5, "a", none(), 12, "x");
+    EXPECT_STREQ("UException::UException(int a_code, LPCTSTR a_lpszFileName, LPCTSTR a_lpszFunctionName, "
+                 "DWORD a_dwLine, LPCTSTR lpszMsg, ...)  - input parameter is invalid",
+                 noFunction.GetErrorMessage());
+    EXPECT_EQ(nullptr, noFunction.GetFunctionName());
+    EXPECT_STREQ("a", noFunction.GetFileName());
+
+    UException noTemplate(3, none());
+    EXPECT_STREQ("UException::UException(int a_code, LPCTSTR lpszMsg, ...)  - template parameter is NULL\n",
+                 noTemplate.GetErrorMessage());
+    UException noTemplateShort(none());
+    EXPECT_STREQ("UException::UException(LPCTSTR lpszMsg, ...) - template parameter is NULL\n",
+                 noTemplateShort.GetErrorMessage());
+}
+
+TEST(UException, OverlongNamesAreDroppedWhichChangesTheLine) {
+    ScopedCapturingLog log;
+    std::string longName(1001, 'n');
+    std::string limit(1000, 'n');
+    UException dropped(-1, longName.c_str(), longName.c_str(), 0, "m");
+    EXPECT_EQ(nullptr, dropped.GetFileName());
+    EXPECT_EQ(nullptr, dropped.GetFunctionName());
+    UException kept(-1, limit.c_str(), "f", 0, "m");
+    EXPECT_EQ(limit, kept.GetFileName());
+    EXPECT_EQ("1, , 0, , m\n", log.lines()[0]);
+}
+
+TEST(UException, MessagesAreCutAt5118Characters) {
+    ScopedCapturingLog log;
+    std::string big(6000, 'z');
+    UException placed(1, "f", "g", 1, "%s", big.c_str());
+    UException shortForm("%s", big.c_str());
+    EXPECT_EQ(5118u, strlen(placed.GetErrorMessage()));
+    EXPECT_EQ(5118u, strlen(shortForm.GetErrorMessage()));
+    EXPECT_EQ("EXCEPTION - zzz", std::string(shortForm.GetErrorMessage()).substr(0, 15));
+}
+
+TEST(UException, CopiesAndAssignmentsOwnTheirStrings) {
+    UException original(4, "file", "func", 9, "msg");
+    UException copy(original);
+    UException assigned;
+    assigned = original;
+    original = "replaced";
+    EXPECT_STREQ("msg", copy.GetErrorMessage());
+    EXPECT_STREQ("func", assigned.GetFunctionName());
+    EXPECT_EQ(9u, assigned.GetLine());
+    EXPECT_EQ(4, assigned.GetErrorCode());
+
+    EXPECT_STREQ("replaced", original.GetErrorMessage());
+    EXPECT_EQ(-1, original.GetErrorCode());
+    EXPECT_EQ(nullptr, original.GetFileName());
+
+    original = 3;
+    EXPECT_STREQ("unknown exception", original.GetErrorMessage());
+    EXPECT_EQ(3, original.GetErrorCode());
+    EXPECT_EQ(0u, original.GetLine());
+    EXPECT_EQ(nullptr, original.GetFunctionName());
+
+    UException empty;
+    EXPECT_FALSE(empty.isDefined());
+    EXPECT_EQ(-1, empty.GetErrorCode());
+}
+
+TEST(UException, CatchSitesWriteTheirOwnLine) {
+    ScopedCapturingLog log;
+    try {
+        throw UException(-1, "", "toDWORD()", 77, "EXCEPTION - %s, %s", "invalid a_str", "12");
+    } catch (UException& e) {
+        UException caught(e);
+        caught.WriteCaught("toDWORD()", 120);
+    }
+    WriteUnknownExceptionCaught("toInt()", 130);
+    EXPECT_EQ((Lines{"1, , 77, toDWORD(), EXCEPTION - invalid a_str, 12\n",
+                     "1, , 120, toDWORD() - EXCEPTION, EXCEPTION caught: EXCEPTION - invalid a_str, 12\n",
+                     "1, , 130, toInt() - EXCEPTION, EXCEPTION caught: toInt() - EXCEPTION\n"}),
+              log.lines());
+}
+
+TEST(UException, BreakExceptionsAndUnloggedPathsAreSilent) {
+    ScopedCapturingLog log;
+    try {
+        throw UBreakException();
+    } catch (UException& e) {
+        EXPECT_FALSE(e.isDefined());
+    }
+    IUErrorLog* saved = errorLog;
+    errorLog = nullptr;
+    UException quiet("not logged");
+    errorLog = saved;
+    EXPECT_TRUE(log.lines().empty());
+}
+
+TEST(SGetLastError, DescribesErrno) {
+    errno = ENOENT;
+    EXPECT_STREQ(strerror(ENOENT), SGetLastError());
+}
+
+}  // namespace

@@ -1,0 +1,116 @@
+// Placeholder filling and value-to-text conversions.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "StrFormat"
+
+namespace {
+
+std::string text(const CString& s) { return std::string(static_cast<const char*>(s), s.GetLength()); }
+std::string text(const StrFormat& f) { return text(f.str()); }
+
+TEST(StrFormat, FillsTheLowestPlaceholderLeftWithEachArgument) {
+    EXPECT_EQ("b a", text(StrFormat("%2 %1").arg("a").arg("b")));
+    EXPECT_EQ("x and x", text(StrFormat("%1 and %1").arg("x")));
+    EXPECT_EQ("a0", text(StrFormat("%10").arg("a"))) << "only one digit makes a placeholder";
+    EXPECT_EQ("first second", text(StrFormat("%0 %1").arg("first").arg("second")));
+    EXPECT_EQ("%v", text(StrFormat("%%1").arg("v")));
+    EXPECT_EQ("", text(StrFormat(static_cast<const char*>(nullptr)).arg("dropped")));
+}
+
+TEST(StrFormat, ValuesWithoutAPlaceholderAreDroppedOrAppended) {
+    EXPECT_EQ("x=5", text(StrFormat("x=%1").arg(5).arg(7)));
+    EXPECT_EQ("x=5, 7", text(sfmt("x=%1", 5, 7)));
+    EXPECT_EQ("plain, a, 2", text(sfmt("plain", "a", 2u)));
+}
+
+TEST(StrFormat, InsertedTextTakesPartInLaterArguments) {
+    // A value that itself holds "%3" is filled by the next argument: accepted behaviour.
+    EXPECT_EQ("a-B-c", text(sfmt("%1-%2", "a", "%3-c", "B")));
+}
+
+TEST(StrFormat, ArgumentTypes) {
+    const char array[] = "arr";
+    CString cs("cs");
+    unsigned char byte = 200;
+    EXPECT_EQ("arr cs 200 -3 4000000000 (null ok)",
+              text(sfmt("%1 %2 %3 %4 %5 %6", array, cs, byte, -3, 4000000000u, "(null ok)")));
+    EXPECT_EQ(" true", text(sfmt("%1 %2", static_cast<const char*>(nullptr), true)));
+    EXPECT_EQ("0xff", text(StrFormat("%1").argHex(255)));
+    EXPECT_EQ("2.500000", text(sfmt("%1", 2.5)));
+    EXPECT_EQ("-1", text(sfmt("%1", -1L)));
+}
+
+TEST(StrFormat, CopiesKeepTheTextButNotTheAppendFlag) {
+    StrFormat a("t");
+    a.AppendIfNoPlaceholder(true);
+    StrFormat b(a);
+    b.arg("dropped");
+    EXPECT_EQ("t", text(b));
+    a.arg("kept");
+    EXPECT_EQ("t, kept", text(a));
+
+    StrFormat c("other");
+    c.AppendIfNoPlaceholder(true);
+    c = StrFormat("new");
+    c.arg("x");
+    EXPECT_EQ("new, x", text(c)) << "assignment keeps the target's flag";
+    EXPECT_TRUE(c == "new, x");
+}
+
+TEST(StrFormat, FindArgEscapesReportsTheLowestAndItsCount) {
+    int count = -1;
+    EXPECT_EQ(2, StrFormat("%5 %2 %3 %2").FindArgEscapes(count));
+    EXPECT_EQ(2, count);
+    StrFormat("none %").FindArgEscapes(count);
+    EXPECT_EQ(0, count);
+}
+
+TEST(CreateString, NumbersAndTheirWidths) {
+    EXPECT_EQ("-1", text(createString(-1)));
+    EXPECT_EQ("true", text(createString(true)));
+    EXPECT_EQ("false", text(createString(false)));
+    EXPECT_EQ("0xff", text(toHex(255)));
+    EXPECT_EQ("0x0", text(toHex(0)));
+    EXPECT_EQ("0", text(createString(4294967296UL))) << "unsigned long keeps its low 32 bits";
+    EXPECT_EQ("-1", text(createString(4294967295L)));
+    EXPECT_EQ("18446744073709551615", text(createString(18446744073709551615ULL)));
+    EXPECT_EQ("-9223372036854775807", text(createString(-9223372036854775807LL)));
+    EXPECT_EQ("65535", text(createString(static_cast<unsigned short>(65535))));
+    EXPECT_EQ("-2", text(createString(static_cast<short>(-2))));
+    EXPECT_EQ("255", text(createString(static_cast<unsigned char>(255))));
+    EXPECT_EQ("0.250000", text(createString(0.25f)));
+    EXPECT_EQ("1.500000", text(createString(1.5)));
+    std::string pointer = text(createString(static_cast<const void*>(&pointer)));
+    EXPECT_EQ(0u, pointer.rfind("0x0x", 0)) << pointer;
+}
+
+TEST(CreateString, TextWithLengthAndFallback) {
+    EXPECT_EQ("abc", text(createString("abc\0def", 7, "fb")));
+    EXPECT_EQ("ab", text(createString("abcdef", 2, "fb")));
+    EXPECT_EQ("abcdef", text(createString("abcdef", 0, "fb")));
+    EXPECT_EQ("abcdef", text(createString("abcdef", -5, "fb")));
+    EXPECT_EQ("fb", text(createString(static_cast<const char*>(nullptr), 3, "fb")));
+    EXPECT_EQ("", text(createString(static_cast<const char*>(nullptr), 3, nullptr)));
+    EXPECT_EQ("wide", text(createString(L"wide", -1, "fb")));
+    EXPECT_EQ("wi", text(createString(L"wide", 2, "fb")));
+    EXPECT_EQ("fb", text(createString(static_cast<const wchar_t*>(nullptr), 0, "fb")));
+    EXPECT_EQ("wide text", text(StrFormat(L"wide %1").arg("text")));
+}
+
+TEST(TextEdits, ReplaceStripAndAppend) {
+    CString s("a-b");
+    EXPECT_EQ("a+b", text(SReplace(s, '-', '+')));
+    EXPECT_EQ("a--b", text(SReplace(s, "-", "--")));
+    EXPECT_EQ("a-b", text(s));
+    EXPECT_EQ("ab", text(stripCR("a\r\nb")));
+    EXPECT_EQ("", text(stripCR(nullptr)));
+    addToString(s, 12);
+    addToString(s, 3u);
+    addToString(s, static_cast<const char*>(nullptr));
+    addToString(s, CString("!"));
+    EXPECT_EQ("a-b123!", text(s));
+}
+
+}  // namespace
