@@ -417,7 +417,7 @@ int CString::Replace(const char* oldText, const char* newText) {
         [&](int at) {
             int tail = length - (at + oldLen);
             memmove(m_pchData + at + newLen, m_pchData + at + oldLen, static_cast<size_t>(tail));
-            memcpy(m_pchData + at, newText, static_cast<size_t>(newLen));
+            if (newLen > 0) memcpy(m_pchData + at, newText, static_cast<size_t>(newLen));
             length += newLen - oldLen;
             m_pchData[length] = '\0';
             return at + newLen;

@@ -1,0 +1,29 @@
+# Shared by the scripts in scripts/: project paths and package set-up.
+
+PASSWAY_ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
+PASSWAY_JOBS=$(nproc 2>/dev/null || echo 2)
+
+# The Debian packages a build and its tests need.
+PASSWAY_PACKAGES=(cmake make g++ pkg-config libssl-dev libgtest-dev libgmock-dev libbenchmark-dev)
+
+# ensure_packages PKG...: installs with apt-get whichever of the packages are missing.
+ensure_packages() {
+    local missing=()
+    for pkg in "$@"; do
+        dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q 'install ok installed' || missing+=("$pkg")
+    done
+    [ ${#missing[@]} -eq 0 ] && return 0
+    echo "== installing: ${missing[*]}"
+    local sudo=()
+    [ "$(id -u)" -eq 0 ] || sudo=(sudo)
+    "${sudo[@]}" apt-get update -qq
+    DEBIAN_FRONTEND=noninteractive "${sudo[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"
+}
+
+# configure_and_build DIR [CMAKE ARGS...]: configures the project into DIR and builds it.
+configure_and_build() {
+    local dir=$1
+    shift
+    cmake -S "$PASSWAY_ROOT" -B "$dir" "$@"
+    cmake --build "$dir" -j "$PASSWAY_JOBS"
+}
