@@ -2,6 +2,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
@@ -18,17 +19,27 @@ CString SFormat(const char* format, ...) {
     return s;
 }
 
+namespace {
+// snprintf of one number into a stack buffer: the same text as SFormat, without the sizing pass.
+template <class T>
+CString number(const char* format, T value) {
+    char buffer[32];
+    int n = snprintf(buffer, sizeof buffer, format, value);
+    return CString(buffer, n);
+}
+}  // namespace
+
 CString toHex(unsigned long value) { return SFormat("0x%qx", static_cast<unsigned long long>(value)); }
-CString createString(unsigned long long value) { return SFormat("%qu", value); }
-CString createString(long long value) { return SFormat("%qi", value); }
+CString createString(unsigned long long value) { return number("%llu", value); }
+CString createString(long long value) { return number("%lli", value); }
 CString createString(bool value) { return CString(value ? "true" : "false"); }
-CString createString(unsigned long value) { return SFormat("%u", static_cast<unsigned int>(value)); }
-CString createString(long value) { return SFormat("%d", static_cast<int>(static_cast<unsigned int>(value))); }
-CString createString(unsigned int value) { return SFormat("%u", value); }
-CString createString(unsigned short value) { return SFormat("%u", static_cast<unsigned int>(value)); }
-CString createString(unsigned char value) { return SFormat("%u", static_cast<unsigned int>(value)); }
-CString createString(int value) { return SFormat("%d", value); }
-CString createString(short value) { return SFormat("%d", static_cast<int>(value)); }
+CString createString(unsigned long value) { return number("%u", static_cast<unsigned int>(value)); }
+CString createString(long value) { return number("%d", static_cast<int>(static_cast<unsigned int>(value))); }
+CString createString(unsigned int value) { return number("%u", value); }
+CString createString(unsigned short value) { return number("%u", static_cast<unsigned int>(value)); }
+CString createString(unsigned char value) { return number("%u", static_cast<unsigned int>(value)); }
+CString createString(int value) { return number("%d", value); }
+CString createString(short value) { return number("%d", static_cast<int>(value)); }
 CString createString(char value) { return SFormat("%c", value); }
 CString createString(double value) { return SFormat("%lf", value); }
 CString createString(float value) { return SFormat("%f", static_cast<double>(value)); }

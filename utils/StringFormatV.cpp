@@ -70,11 +70,14 @@ private:
     enum class Length { None, Char, Short, Long, LongLong, LongDouble, IntMax, Size, PtrDiff };
 
     static bool isDigit(char c) { return c >= '0' && c <= '9'; }
+    static bool isFlag(char c) {
+        return c == '-' || c == '+' || c == ' ' || c == '#' || c == '0' || c == '\'' || c == 'I';
+    }
 
     // Parses the conversion at `percent` like the C library and takes its arguments; returns its end.
     const char* takeOne(const char* percent, Taken& t) {
         const char* p = percent + 1;
-        while (*p != '\0' && strchr("-+ #0'I", *p) != nullptr) ++p;
+        while (isFlag(*p)) ++p;
         if (*p == '*') {
             t.starWidth = true;
             t.width = va_arg(m_args, int);
