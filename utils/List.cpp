@@ -24,7 +24,7 @@ UObject* UList::getObject(int index) const {
 int UList::addObject(UObject* object) {
     if (object == nullptr) return 0;
     UListLock hold(*this);
-    try {
+    return UCatchToCode("UList::addObject", __LINE__, [&] {
         AutoMemory grown;
         grown.malloc(static_cast<int>((static_cast<unsigned int>(m_count) + 1) * kSlot));
         if (grown.getPtr() == nullptr)
@@ -36,33 +36,19 @@ int UList::addObject(UObject* object) {
         m_objects.swap(grown);
         ++m_count;
         return 0;
-    } catch (UException& e) {
-        UException caught(e);
-        caught.WriteCaught("UList::addObject", __LINE__);
-        return caught.GetErrorCode();
-    } catch (...) {
-        WriteUnknownExceptionCaught("UList::addObject", __LINE__);
-        return -1;
-    }
+    });
 }
 
 int UList::removeAt(int index) {
     if (index < 0 || index >= m_count) return 0;
-    try {
+    return UCatchToCode("UList::removeObject", __LINE__, [&] {
         UObject** slots = static_cast<UObject**>(m_objects.getPtr());
         memmove(&slots[index], &slots[index + 1], static_cast<size_t>(m_count - index - 1) * kSlot);
         --m_count;
         AutoMemory shrunk(slots, static_cast<unsigned int>(m_count) * kSlot);
         m_objects.swap(shrunk);
         return 0;
-    } catch (UException& e) {
-        UException caught(e);
-        caught.WriteCaught("UList::removeObject", __LINE__);
-        return caught.GetErrorCode();
-    } catch (...) {
-        WriteUnknownExceptionCaught("UList::removeObject", __LINE__);
-        return -1;
-    }
+    });
 }
 
 int UList::removeObject(int index) {
@@ -80,19 +66,12 @@ void UList::emptyList() {
 
 int UList::deleteObjects() {
     UListLock hold(*this);
-    try {
+    return UCatchToCode("UList::deleteObjects()", __LINE__, [&] {
         UObject** slots = static_cast<UObject**>(m_objects.getPtr());
         for (int i = 0; i < m_count; ++i) delete slots[i];
         m_count = 0;
         return 0;
-    } catch (UException& e) {
-        UException caught(e);
-        caught.WriteCaught("UList::deleteObjects()", __LINE__);
-        return caught.GetErrorCode();
-    } catch (...) {
-        WriteUnknownExceptionCaught("UList::deleteObjects()", __LINE__);
-        return -1;
-    }
+    });
 }
 
 int UList::addOwned(UObject* object) {

@@ -5,16 +5,12 @@
 #include <vector>
 
 #include "CapturingLog.h"
+#include "NullText.h"
 #include "ErrorLog"
 
 namespace {
 
 using Lines = std::vector<std::string>;
-
-const char* nullFormat() {
-    static const char* volatile none = nullptr;
-    return none;
-}
 
 TEST(IUErrorLog, SetLogLevelStoresZeroAsOneAndLogsChanges) {
     CapturingLog log(1);
@@ -76,8 +72,8 @@ TEST(IUErrorLog, LongMessagesAreCutAt5119Characters) {
 
 TEST(IUErrorLog, NullFormatsWriteTheirOwnTexts) {
     CapturingLog log(63);
-    log.WriteLog(3, nullFormat());
-    log.WriteLog(nullFormat());
+    log.WriteLog(3, nullText());
+    log.WriteLog(nullText());
     EXPECT_EQ((Lines{"3,,,, IUErrorLog::WriteLog(int a_iPriority, LPCTSTR lpszMsg, ...) - template is NULL\n",
                      "0,,,, IUErrorLog::WriteLog(LPCTSTR lpszMsg, ...) - template is NULL\n"}),
               log.lines());
@@ -127,7 +123,7 @@ TEST(ErrorLogLevels, LongTextsAreWrittenWholeAndNullFormatsNamed) {
     ScopedCapturingLog log(1);
     std::string big(10000, 'y');
     ERRORLOGLEVEL0("%s", big.c_str());
-    ERRORLOGLEVEL0(nullFormat());
+    ERRORLOGLEVEL0(nullText());
     ASSERT_EQ(2u, log.lines().size());
     EXPECT_EQ("1,,,, " + big, log.lines()[0]);
     EXPECT_EQ("1,,,, ERRORLOGLEVELx() wrong parameter", log.lines()[1]);

@@ -7,16 +7,12 @@
 #include <vector>
 
 #include "CapturingLog.h"
+#include "NullText.h"
 #include "Exception"
 
 namespace {
 
 using Lines = std::vector<std::string>;
-
-const char* none() {
-    static const char* volatile value = nullptr;
-    return value;
-}
 
 TEST(UException, ShortFormsPrefixTheMessageAndLogThemselves) {
     ScopedCapturingLog log;
@@ -48,17 +44,17 @@ TEST(UException, PlaceFormShowsTheCodeUnlessItIsMinusOne) {
 
 TEST(UException, InvalidInputsGiveFixedMessages) {
     ScopedCapturingLog log;
-    UException noFunction(5, "a", none(), 12, "x");
+    UException noFunction(5, "a", nullText(), 12, "x");
     EXPECT_STREQ("UException::UException(int a_code, LPCTSTR a_lpszFileName, LPCTSTR a_lpszFunctionName, "
                  "DWORD a_dwLine, LPCTSTR lpszMsg, ...)  - input parameter is invalid",
                  noFunction.GetErrorMessage());
     EXPECT_EQ(nullptr, noFunction.GetFunctionName());
     EXPECT_STREQ("a", noFunction.GetFileName());
 
-    UException noTemplate(3, none());
+    UException noTemplate(3, nullText());
     EXPECT_STREQ("UException::UException(int a_code, LPCTSTR lpszMsg, ...)  - template parameter is NULL\n",
                  noTemplate.GetErrorMessage());
-    UException noTemplateShort(none());
+    UException noTemplateShort(nullText());
     EXPECT_STREQ("UException::UException(LPCTSTR lpszMsg, ...) - template parameter is NULL\n",
                  noTemplateShort.GetErrorMessage());
 }
