@@ -370,17 +370,16 @@ int CString::Replace(char oldChar, char newChar) {
     return count;
 }
 
-// Visits every non-overlapping match of `oldText` in the text, stepping over embedded zero bytes.
-// `onMatch(offset)` returns the offset at which the scan goes on; `length()` gives the current length.
-template <class OnMatch, class Length>
-static void forEachMatch(char*& text, const char* oldText, int oldLen, Length length, OnMatch onMatch) {
+// Visits every non-overlapping match of `oldText` in `text`, stepping over embedded zero bytes up to
+// `length` (which onMatch may change). onMatch(offset) returns the offset at which the scan goes on.
+template <class OnMatch>
+static void forEachMatch(const char* text, const char* oldText, const int& length, OnMatch onMatch) {
     int pos = 0;
-    while (pos < length()) {
+    while (pos < length) {
         const char* hit;
         while ((hit = strstr(text + pos, oldText)) != nullptr) pos = onMatch(static_cast<int>(hit - text));
         pos += static_cast<int>(strlen(text + pos)) + 1;
     }
-    (void)oldLen;
 }
 
 int CString::Replace(const char* oldText, const char* newText) {
@@ -393,12 +392,11 @@ int CString::Replace(const char* oldText, const char* newText) {
     int newLen = SafeStrlen(newText);
 
     int count = 0;
-    forEachMatch(
-        m_pchData, oldText, oldLen, [this] { return GetLength(); },
-        [&](int at) {
-            ++count;
-            return at + oldLen;
-        });
+    int length = GetLength();
+    forEachMatch(m_pchData, oldText, length, [&](int at) {
+        ++count;
+        return at + oldLen;
+    });
     if (count == 0) return 0;
 
     CopyBeforeWrite();
@@ -411,17 +409,15 @@ int CString::Replace(const char* oldText, const char* newText) {
         GetData()->dataLength = old->dataLength;
         Release(old);
     }
-    int length = GetLength();
-    forEachMatch(
-        m_pchData, oldText, oldLen, [&length] { return length; },
-        [&](int at) {
-            int tail = length - (at + oldLen);
-            memmove(m_pchData + at + newLen, m_pchData + at + oldLen, static_cast<size_t>(tail));
-            if (newLen > 0) memcpy(m_pchData + at, newText, static_cast<size_t>(newLen));
-            length += newLen - oldLen;
-            m_pchData[length] = '\0';
-            return at + newLen;
-        });
+    length = GetLength();
+    forEachMatch(m_pchData, oldText, length, [&](int at) {
+        int tail = length - (at + oldLen);
+        memmove(m_pchData + at + newLen, m_pchData + at + oldLen, static_cast<size_t>(tail));
+        if (newLen > 0) memcpy(m_pchData + at, newText, static_cast<size_t>(newLen));
+        length += newLen - oldLen;
+        m_pchData[length] = '\0';
+        return at + newLen;
+    });
     GetData()->dataLength = resultLen;
     return count;
 }
