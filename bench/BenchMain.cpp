@@ -3,6 +3,7 @@
 
 #include <cstdio>
 #include <map>
+#include <string>
 
 #include "Ratio.h"
 
@@ -19,23 +20,34 @@ public:
     void ReportRuns(const std::vector<Run>& runs) override {
         for (const Run& run : runs)
             if (!run.error_occurred && run.iterations > 0)
-                m_seconds[run.benchmark_name()] = run.GetAdjustedRealTime();
+                m_seconds[run.benchmark_name()] = run.real_accumulated_time / static_cast<double>(run.iterations);
         ConsoleReporter::ReportRuns(runs);
     }
 
     void printRatios() const {
-        printf("\n%-44s %14s %14s %8s\n", "subject vs baseline", "subject", "baseline", "ratio");
+        printf("\n%-44s %14s %14s %8s\n", "subject vs baseline (time per run)", "subject", "baseline", "ratio");
         for (const RatioPair& pair : ratioPairs()) {
             auto subject = m_seconds.find(pair.subject);
             auto baseline = m_seconds.find(pair.baseline);
             if (subject == m_seconds.end() || baseline == m_seconds.end()) continue;
-            printf("%-44s %12.1f%s %12.1f%s %7.2fx\n", pair.label.c_str(), subject->second, "ns",
-                   baseline->second, "ns", baseline->second / subject->second);
+            printf("%-44s %14s %14s %7.2fx\n", pair.label.c_str(), duration(subject->second).c_str(),
+                   duration(baseline->second).c_str(), baseline->second / subject->second);
         }
     }
 
 private:
-    std::map<std::string, double> m_seconds;
+    static std::string duration(double seconds) {
+        char text[32];
+        if (seconds >= 1e-3)
+            snprintf(text, sizeof text, "%.2f ms", seconds * 1e3);
+        else if (seconds >= 1e-6)
+            snprintf(text, sizeof text, "%.2f us", seconds * 1e6);
+        else
+            snprintf(text, sizeof text, "%.1f ns", seconds * 1e9);
+        return text;
+    }
+
+    std::map<std::string, double> m_seconds;  // time per iteration
 };
 
 }  // namespace

@@ -110,6 +110,17 @@ int CRFCBase64::Encode(const unsigned char* bytes, int length, CString& out) {
     char* p = out.GetBuffer(static_cast<int>(total)) + old;
 
     int i = 0;
+    // Six bytes at a time out of one 8-byte load (the two spare bytes are read, never used).
+    for (; i + 8 <= length; i += 6) {
+        uint64_t v;
+        memcpy(&v, bytes + i, 8);
+        v = __builtin_bswap64(v);
+        memcpy(p, kTables.pairs[(v >> 52) & 0xFFF], 2);
+        memcpy(p + 2, kTables.pairs[(v >> 40) & 0xFFF], 2);
+        memcpy(p + 4, kTables.pairs[(v >> 28) & 0xFFF], 2);
+        memcpy(p + 6, kTables.pairs[(v >> 16) & 0xFFF], 2);
+        p += 8;
+    }
     for (; i + 3 <= length; i += 3) {
         uint32_t v = (static_cast<uint32_t>(bytes[i]) << 16) | (static_cast<uint32_t>(bytes[i + 1]) << 8) | bytes[i + 2];
         memcpy(p, kTables.pairs[v >> 12], 2);
