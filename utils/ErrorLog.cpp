@@ -7,8 +7,6 @@
 
 #include "StrFormat"
 
-IUErrorLog* errorLog = nullptr;
-
 namespace {
 
 constexpr size_t kMessageSize = 5120;  // vsnprintf's limit: at most 5,119 characters are kept

@@ -1,0 +1,224 @@
+// UFileErrorLogBase and UFileErrorLog: the log file, its headers and its rotation.
+#include "FileErrorLog"
+
+#include <cerrno>
+#include <cstring>
+#include <sys/stat.h>
+#include <sys/utsname.h>
+#include <unistd.h>
+
+#include "Exception"
+#include "LogSettings"
+#include "Platform"
+#include "StrFormat"
+#include "UserFolder"
+
+namespace {
+
+constexpr unsigned int kRotationCheckEvery = 50;
+const char kRule[] = "==========================================================================";
+
+// Holds the log's recursive lock for one scope.
+class LogLock {
+public:
+    explicit LogLock(pthread_mutex_t& lock) : m_lock(lock) { pthread_mutex_lock(&m_lock); }
+    ~LogLock() { pthread_mutex_unlock(&m_lock); }
+    LogLock(const LogLock&) = delete;
+    LogLock& operator=(const LogLock&) = delete;
+
+private:
+    pthread_mutex_t& m_lock;
+};
+
+// fopen's mode with the close-on-exec flag added.
+CString closeOnExec(const char* mode) {
+    CString m(mode != nullptr && *mode != '\0' ? mode : "a");
+    if (m.Find('e') < 0) m += 'e';
+    return m;
+}
+
+}  // namespace
+
+// ---- UFileErrorLogBase ------------------------------------------------------------
+
+UFileErrorLogBase::UFileErrorLogBase()
+    : m_processId(static_cast<int>(GetCurrentProcessId())), m_rotationSize(5242880), m_cachedSecond(-1) {}
+
+void UFileErrorLogBase::setParam(const char* name, const char* value) {
+    if (name != nullptr && strcmp(name, "module_name") == 0) {
+        m_moduleName = value;
+        m_cachedSecond = -1;
+    }
+}
+
+void UFileErrorLogBase::readSettings() {
+    int level = static_cast<int>(ULogSettings::getModuleLogLevel(m_moduleName));
+    m_rotationSize = ULogSettings::getFileRotationSize();
+    SetLogLevel(level);
+}
+
+void UFileErrorLogBase::generateFileHeader(CString& header) {
+    struct utsname system = {};
+    uname(&system);
+    header.Empty();
+    header += kRule;
+    header += "\nKernel version: ";
+    header += system.version;
+    header += "\nSystem: ";
+    header += system.sysname;
+    header += "\nRelease: ";
+    header += system.release;
+    header += "\nModel: ";
+    header += system.machine;
+    header += "\nNode name: ";
+    header += system.nodename;
+    header += "\n";
+    header += kRule;
+    header += "\n";
+}
+
+void UFileErrorLogBase::generateLogLineHeader(CString& header) {
+    // The header names the second only (milliseconds always read 000): make it once per second.
+    time_t now = time(nullptr);
+    if (now != m_cachedSecond) {
+        SYSTEMTIME st;
+        GetSystemTime(&st);
+        m_cachedHeader.Format("%04d-%02d-%02d,%2d:%02d:%02d:%03d, %d,%d,%s, ", st.wYear, st.wMonth, st.wDay,
+                              st.wHour, st.wMinute, st.wSecond, st.wMilliseconds, m_processId,
+                              static_cast<int>(GetCurrentThreadId()), static_cast<const char*>(m_moduleName));
+        m_cachedSecond = now;
+    }
+    header = m_cachedHeader;
+}
+
+bool UFileErrorLogBase::getFileSize(const char* path, unsigned long long* size) {
+    struct stat info;
+    if (stat(path, &info) != 0) return false;
+    *size = static_cast<unsigned long long>(info.st_size);
+    return true;
+}
+
+bool UFileErrorLogBase::needRotation(CString& fileName) {
+    unsigned long long size;
+    return getFileSize(fileName, &size) && size > m_rotationSize;
+}
+
+// ---- UFileErrorLog --------------------------------------------------------------------
+
+UFileErrorLog::UFileErrorLog() : m_fileName("log.txt"), m_file(nullptr), m_writeCount(0) {
+    InitializeCriticalSection(&m_lock);
+}
+
+UFileErrorLog::~UFileErrorLog() {
+    Close();
+    pthread_mutex_destroy(&m_lock);
+}
+
+int UFileErrorLog::Open(const char* fileName, const char* mode) {
+    LogLock hold(m_lock);
+    if (m_file != nullptr) return 0;
+
+    readSettings();
+    unsigned int uid, gid;
+    getCurrentUserIDGroupID(&uid, &gid);
+    CString folder = userFolder();
+    if (!folder.IsEmpty()) prepareUserFolder(folder, uid, gid);
+
+    m_fileName = (fileName != nullptr && *fileName != '\0') ? fileName : "log.txt";
+    m_file = fopen(m_fileName, closeOnExec(mode));
+    if (m_file == nullptr) return errno;
+    setOwnerAndMode(m_fileName, uid, gid, 0644);
+
+    unsigned long long size = 0;
+    if (getFileSize(m_fileName, &size) && size == 0) {
+        CString header;
+        generateFileHeader(header);
+        fputs(header, m_file);
+    }
+    WriteLogStr(" \n");
+    WriteLogStr(" =====================================\n");
+    WriteLog(48, "current log level = %d\n", m_logLevel);
+    return 0;
+}
+
+int UFileErrorLog::Close() {
+    LogLock hold(m_lock);
+    if (m_file != nullptr) {
+        fflush(m_file);
+        fclose(m_file);
+        m_file = nullptr;
+    }
+    return 0;
+}
+
+int UFileErrorLog::WriteLogItem(const char* text) {
+    LogLock hold(m_lock);
+    if (m_file == nullptr) return -1;
+    int result = -1;
+    try {
+        CString header;
+        generateLogLineHeader(header);
+        if (text == nullptr) text = "";
+        if (fputs(header, m_file) != EOF && fputs(text, m_file) != EOF) result = static_cast<int>(strlen(text));
+    } catch (...) {
+        result = -1;
+    }
+    fflush(m_file);
+    CheckForRotation();
+    return result;
+}
+
+int UFileErrorLog::WriteLogByte(const char* prefix, unsigned char* data, unsigned int length) {
+    LogLock hold(m_lock);
+    if (m_file == nullptr) return -1;
+    int result = -1;
+    try {
+        CString header;
+        generateLogLineHeader(header);
+        fputs(header, m_file);
+        fputs("4,,,, ", m_file);
+        if (prefix != nullptr) fputs(prefix, m_file);
+        if (length > 0 && data != nullptr) fwrite(data, 1, length, m_file);
+        fputs("\n", m_file);
+        result = static_cast<int>(length);
+    } catch (...) {
+        result = -1;
+    }
+    fflush(m_file);
+    CheckForRotation();
+    return result;
+}
+
+int UFileErrorLog::WriteLogByte(unsigned char* data, unsigned int length) {
+    LogLock hold(m_lock);
+    if (m_file == nullptr) return -1;
+    int result = -1;
+    try {
+        if (length > 0 && (data == nullptr || fwrite(data, 1, length, m_file) != length))
+            throw UException(-1, "", "UFileErrorLog::WriteLogByte", 1459, "EXCEPTION - %s, %s",
+                             "fwrite() failed (error)", static_cast<const char*>(createString(errno)));
+        if (fprintf(m_file, "\n\n") < 0)
+            throw UException(-1, "", "UFileErrorLog::WriteLogByte()", 1463, "EXCEPTION - %s, %s",
+                             "_ftprintf() failed (error)", static_cast<const char*>(createString(errno)));
+        result = static_cast<int>(length);
+    } catch (UException&) {
+        result = -1;
+    }
+    fflush(m_file);
+    CheckForRotation();
+    return result;
+}
+
+void UFileErrorLog::CheckForRotation() {
+    if (++m_writeCount % kRotationCheckEvery != 0) return;
+    if (!needRotation(m_fileName)) return;
+    Close();
+    CString backup = m_fileName + ".bak";
+    if (rename(m_fileName, backup) != 0) remove(m_fileName);  // no backup: the old lines are lost
+    Open(m_fileName, "w");
+}
+
+UCommonLibrary::~UCommonLibrary() {
+    releaseResources();
+    errorLog = nullptr;
+}
