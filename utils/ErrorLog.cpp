@@ -11,18 +11,39 @@ namespace {
 
 constexpr size_t kMessageSize = 5120;  // vsnprintf's limit: at most 5,119 characters are kept
 
-// "<level>,,,, <text>" in one exactly-sized allocation.
-CString levelLine(int level, const char* text) {
+// "<level>,,,, " into `prefix` (24 bytes); returns its length.
+int levelPrefix(int level, char* prefix) {
+    char digits[12];
+    int n = 0;
+    unsigned int magnitude = level < 0 ? 0u - static_cast<unsigned int>(level) : static_cast<unsigned int>(level);
+    do {
+        digits[n++] = static_cast<char>('0' + magnitude % 10);
+        magnitude /= 10;
+    } while (magnitude != 0);
+    int length = 0;
+    if (level < 0) prefix[length++] = '-';
+    while (n > 0) prefix[length++] = digits[--n];
+    memcpy(prefix + length, ",,,, ", 5);
+    return length + 5;
+}
+
+// Hands "<level>,,,, <text>" to the log's sink: built on the stack for the usual short line, in one
+// exactly-sized allocation for a long one.
+int writeLevelLine(IUErrorLog& log, int level, const char* text) {
     if (text == nullptr) text = "(null)";
-    char prefix[24];
-    int prefixLength = snprintf(prefix, sizeof prefix, "%d,,,, ", level);
-    int textLength = CString::SafeStrlen(text);
-    CString line;
-    char* p = line.GetBuffer(prefixLength + textLength);
-    memcpy(p, prefix, static_cast<size_t>(prefixLength));
-    memcpy(p + prefixLength, text, static_cast<size_t>(textLength));
-    line.ReleaseBuffer(prefixLength + textLength);
-    return line;
+    char line[1024];
+    int prefixLength = levelPrefix(level, line);
+    size_t textLength = strlen(text);
+    if (textLength < sizeof line - static_cast<size_t>(prefixLength)) {
+        memcpy(line + prefixLength, text, textLength + 1);
+        return log.WriteLogItem(line);
+    }
+    CString longLine;
+    char* p = longLine.GetBuffer(prefixLength + CString::SafeStrlen(text));
+    memcpy(p, line, static_cast<size_t>(prefixLength));
+    memcpy(p + prefixLength, text, textLength);
+    longLine.ReleaseBuffer(prefixLength + static_cast<int>(textLength));
+    return log.WriteLogItem(longLine);
 }
 
 // Formats into `buffer` (kMessageSize + 1 bytes); a null format gives `nullText`.
@@ -58,15 +79,15 @@ int IUErrorLog::WriteLog(int level, const char* format, ...) {
 
 int IUErrorLog::WriteLogStr(const char* text) {
     if (m_logLevel < 1) return 0;
-    return WriteLogItem(levelLine(0, text));
+    return writeLevelLine(*this, 0, text);
 }
 
 int IUErrorLog::WriteLogStr(int level, const char* text) {
     if (m_logLevel < 1) return 0;
-    return WriteLogItem(levelLine(level, text));
+    return writeLevelLine(*this, level, text);
 }
 
-int IUErrorLog::WriteErrorStr(const char* text) { return WriteLogItem(levelLine(0, text)); }
+int IUErrorLog::WriteErrorStr(const char* text) { return writeLevelLine(*this, 0, text); }
 
 int IUErrorLog::WriteAsHex(int level, unsigned char* data, unsigned int length) {
     if (m_logLevel < level || data == nullptr) return 0;

@@ -159,11 +159,16 @@ int UFileErrorLog::WriteLogItem(const char* text) {
         CString header;
         generateLogLineHeader(header);
         if (text == nullptr) text = "";
-        if (fputs(header, m_file) != EOF && fputs(text, m_file) != EOF) result = static_cast<int>(strlen(text));
+        // The stream's own lock is not needed: every write holds ours.
+        size_t length = strlen(text);
+        if (fwrite_unlocked(static_cast<const char*>(header), 1, static_cast<size_t>(header.GetLength()), m_file) ==
+                static_cast<size_t>(header.GetLength()) &&
+            fwrite_unlocked(text, 1, length, m_file) == length)
+            result = static_cast<int>(length);
     } catch (...) {
         result = -1;
     }
-    fflush(m_file);
+    fflush_unlocked(m_file);
     CheckForRotation();
     return result;
 }

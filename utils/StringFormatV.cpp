@@ -180,8 +180,14 @@ long long readNumber(const char*& p) {
 long long estimateLength(const char* format, ArgumentReader& reader) {
     long long total = 0;
     for (const char* p = format; *p != '\0'; ++p) {
-        if (*p != '%' || *(p + 1) == '%') {
-            if (*p == '%') ++p;
+        if (*p != '%') {  // a run of plain text counts one per character
+            const char* next = strchrnul(p, '%');
+            total += next - p;
+            p = next - 1;
+            continue;
+        }
+        if (*(p + 1) == '%') {
+            ++p;
             ++total;
             continue;
         }
@@ -267,17 +273,23 @@ void CString::FormatV(const char* format, va_list args) {
     if (bound > kFormatLimit) throw std::bad_alloc();
 
     // Print into a buffer of our own: an argument may point into this string's current text.
-    // An empty result still runs the print, so that "%n" stores its count.
+    // Short texts are printed on the stack and copied into an exact-size buffer; longer ones straight
+    // into a buffer of the bound. An empty result still runs the print, so that "%n" stores its count.
+    char small[512];
     CString result;
-    char scratch[1];
-    char* out = bound > 0 ? result.GetBuffer(static_cast<int>(bound)) : scratch;
+    bool onStack = bound < static_cast<long long>(sizeof small);
+    char* out = onStack ? small : result.GetBuffer(static_cast<int>(bound));
     va_list copy;
     va_copy(copy, args);
     int printed = vsnprintf(out, static_cast<size_t>(bound) + 1, format, copy);
     va_end(copy);
     if (printed < 0) out[0] = '\0';
-    if (bound > 0) result.ReleaseBuffer(-1);
-    *this = result;
+    if (onStack) {
+        AssignCopy(static_cast<int>(strlen(small)), small);
+    } else {
+        result.ReleaseBuffer(-1);
+        *this = result;
+    }
 }
 
 void CString::Format(const char* format, ...) {
