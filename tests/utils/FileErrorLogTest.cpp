@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <pwd.h>
 #include <regex>
 #include <string>
 #include <sys/stat.h>
@@ -12,6 +13,7 @@
 #include "FileErrorLog"
 #include "Platform"
 #include "TempHome.h"
+#include "UserFolder"
 
 namespace {
 
@@ -172,6 +174,32 @@ TEST(UFileErrorLog, FileIsCloseOnExecAndNamesDefault) {
     EXPECT_STREQ("log.txt", unnamed.GetLogName());
     EXPECT_TRUE(isFileExist((home.path() + "/log.txt").c_str()));
     ASSERT_EQ(0, chdir(cwd));
+}
+
+TEST(UFileErrorLog, SingleDigitHoursAreSpacePadded) {
+    // A time zone that puts the local time in the 9 o'clock hour right now.
+    time_t now = time(nullptr);
+    struct tm utc;
+    gmtime_r(&now, &utc);
+    std::string zone = "PWY" + std::to_string(utc.tm_hour - 9);  // POSIX: local = UTC - offset
+    setenv("TZ", zone.c_str(), 1);
+    tzset();
+    TempHome home;
+    OpenLog open(home);
+    std::vector<std::string> body = lines(readFile(open.path).substr(systemHeader().size()));
+    ASSERT_FALSE(body.empty());
+    EXPECT_EQ(", 9:", body[0].substr(10, 4)) << body[0];
+    unsetenv("TZ");
+    tzset();
+}
+
+TEST(UserFolder, WithoutHomeThePasswordDatabaseDecides) {
+    unsetenv("HOME");
+    const struct passwd* entry = getpwuid(geteuid());
+    ASSERT_NE(nullptr, entry);
+    EXPECT_STREQ(entry->pw_dir, getCurrentUserHomeFolder());
+    setenv("HOME", "", 1);
+    EXPECT_STREQ(entry->pw_dir, getCurrentUserHomeFolder()) << "an empty HOME counts as missing";
 }
 
 TEST(UFileErrorLog, UnwritableHomeIsAnErrorNotACrash) {
