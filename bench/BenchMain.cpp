@@ -3,6 +3,7 @@
 
 #include <cstdio>
 #include <map>
+#include <set>
 #include <string>
 
 #include "Ratio.h"
@@ -18,9 +19,17 @@ namespace {
 class RecordingReporter : public benchmark::ConsoleReporter {
 public:
     void ReportRuns(const std::vector<Run>& runs) override {
-        for (const Run& run : runs)
-            if (!run.error_occurred && run.iterations > 0)
-                m_seconds[run.benchmark_name()] = run.real_accumulated_time / static_cast<double>(run.iterations);
+        // With repetitions, the median of a benchmark's runs stands for it; otherwise its one run.
+        for (const Run& run : runs) {
+            if (run.error_occurred || run.iterations <= 0) continue;
+            double perRun = run.real_accumulated_time / static_cast<double>(run.iterations);
+            if (run.run_type == Run::RT_Aggregate) {
+                if (run.aggregate_name == "median") m_seconds[run.run_name.str()] = perRun;
+            } else if (m_medians.count(run.run_name.str()) == 0) {
+                m_seconds[run.run_name.str()] = perRun;
+            }
+            if (run.run_type == Run::RT_Aggregate && run.aggregate_name == "median") m_medians.insert(run.run_name.str());
+        }
         ConsoleReporter::ReportRuns(runs);
     }
 
@@ -48,6 +57,7 @@ private:
     }
 
     std::map<std::string, double> m_seconds;  // time per iteration
+    std::set<std::string> m_medians;          // benchmarks whose time is a median
 };
 
 }  // namespace

@@ -26,8 +26,17 @@ void PluginOpenLog() {
 void PluginWriteLog(int /*level*/, const char* format, ...) {
     if (errorLog == nullptr) return;
     try {
-        CString text;
+        // The usual short line is formatted on the stack; a longer one into a CString, with no limit.
+        char small[1024];
         va_list args;
+        va_start(args, format);
+        int length = FormatVInto(small, sizeof small, format, args);
+        va_end(args);
+        if (length >= 0) {
+            errorLog->WriteLogStr(small);
+            return;
+        }
+        CString text;
         va_start(args, format);
         text.FormatV(format, args);
         va_end(args);

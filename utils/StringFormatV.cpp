@@ -262,34 +262,50 @@ long long estimateLength(const char* format, ArgumentReader& reader) {
 
 }  // namespace
 
-void CString::FormatV(const char* format, va_list args) {
-    if (format == nullptr) format = "";
-    long long bound;
-    {
-        ArgumentReader reader(format, args);
-        bound = estimateLength(format, reader);
-    }
-    // A text of more than 1 GiB is refused as out of memory rather than allocated and padded.
-    if (bound > kFormatLimit) throw std::bad_alloc();
+namespace {
 
-    // Print into a buffer of our own: an argument may point into this string's current text.
-    // Short texts are printed on the stack and copied into an exact-size buffer; longer ones straight
-    // into a buffer of the bound. An empty result still runs the print, so that "%n" stores its count.
-    char small[512];
-    CString result;
-    bool onStack = bound < static_cast<long long>(sizeof small);
-    char* out = onStack ? small : result.GetBuffer(static_cast<int>(bound));
+// The estimate of `format`, refusing texts of more than 1 GiB.
+long long boundOf(const char* format, va_list args) {
+    ArgumentReader reader(format, args);
+    long long bound = estimateLength(format, reader);
+    if (bound > kFormatLimit) throw std::bad_alloc();
+    return bound;
+}
+
+// vsnprintf limited to `bound` characters into `out`; a failed print leaves an empty text.
+void printBounded(char* out, long long bound, const char* format, va_list args) {
     va_list copy;
     va_copy(copy, args);
-    int printed = vsnprintf(out, static_cast<size_t>(bound) + 1, format, copy);
+    if (vsnprintf(out, static_cast<size_t>(bound) + 1, format, copy) < 0) out[0] = '\0';
     va_end(copy);
-    if (printed < 0) out[0] = '\0';
-    if (onStack) {
+}
+
+}  // namespace
+
+int FormatVInto(char* buffer, int size, const char* format, va_list args) {
+    if (format == nullptr) format = "";
+    long long bound = boundOf(format, args);
+    if (buffer == nullptr || bound >= size) return -1;
+    printBounded(buffer, bound, format, args);
+    return static_cast<int>(strlen(buffer));
+}
+
+void CString::FormatV(const char* format, va_list args) {
+    if (format == nullptr) format = "";
+    long long bound = boundOf(format, args);
+    // Short texts are printed on the stack and copied into an exact-size buffer; longer ones straight
+    // into a buffer of the bound (an argument may point into this string's own text). An empty result
+    // still runs the print, so that "%n" stores its count.
+    char small[512];
+    if (bound < static_cast<long long>(sizeof small)) {
+        printBounded(small, bound, format, args);
         AssignCopy(static_cast<int>(strlen(small)), small);
-    } else {
-        result.ReleaseBuffer(-1);
-        *this = result;
+        return;
     }
+    CString result;
+    printBounded(result.GetBuffer(static_cast<int>(bound)), bound, format, args);
+    result.ReleaseBuffer(-1);
+    *this = result;
 }
 
 void CString::Format(const char* format, ...) {
