@@ -1,0 +1,19 @@
+// The local VPN service's HTTP endpoint, and the requests the plug-in sends it.
+#ifndef PASSWAY_INSTANCE_SERVICECHANNEL_H
+#define PASSWAY_INSTANCE_SERVICECHANNEL_H
+
+#include "PluginInstance.h"
+
+#define TUNVO_SERVICE_HOST "127.0.0.1"
+#define TUNVO_SERVICE_PORT 44444
+#define TUNVO_SERVICE_URL "http://127.0.0.1:44444/vpn.php"
+
+// Asks the service "?INFO" through the browser: 100 when handed over, -7 when the browser refused.
+int NS_ProbeVpn(struct_nsPluginInstance* record);
+// Sends the page's answer (in `data`) to the service with the next sequence number, when this instance
+// owns the service; switches logging on the service's word.
+void sendToTunvo(struct_nsPluginInstance* record, const char* completedUrl);
+// Queries "?INFO" over a socket of its own (blocking): 1 with `data` set to the reply body, 0 on failure.
+int GetDataFromTunvo(struct_nsPluginInstance* record);
+
+#endif
