@@ -1,0 +1,112 @@
+// A browser for tests: loads the plug-in with dlopen and drives it only through NP_Initialize and the
+// function tables, as a browser does. It records every call the plug-in makes into it, refuses chosen
+// requests, runs a scripted page for javascript: URLs (return values come back as text/plain streams),
+// fetches http://127.0.0.1 URLs over a real socket, and serves chosen URLs from memory; the replies are
+// delivered in chunks through the stream callbacks and ended with NPP_URLNotify.
+//
+// One FakeBrowser may exist at a time in a process (the plug-in's calls find it through a global).
+#ifndef PASSWAY_TESTS_FAKEBROWSER_H
+#define PASSWAY_TESTS_FAKEBROWSER_H
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "NpapiTables.h"
+
+class FakeBrowser {
+public:
+    // One call the plug-in made into the browser.
+    struct Call {
+        std::string function;  // "geturl", "geturlnotify", "uagent", "setvalue", ...
+        std::string url;
+        void* notifyData = nullptr;
+        NPP instance = nullptr;
+    };
+    // One embed: the handle the plug-in sees and the parameters it was given.
+    struct Instance {
+        NPP_t npp{};
+        std::vector<std::string> names, values;
+        NPWindow window{};
+    };
+    using Parameters = std::vector<std::pair<std::string, std::string>>;
+    // A page function: its name and argument text -> its return value, if any.
+    using Page = std::function<std::optional<std::string>(const std::string& function, const std::string& argument)>;
+
+    explicit FakeBrowser(const std::string& pluginPath);
+    ~FakeBrowser();
+    FakeBrowser(const FakeBrowser&) = delete;
+    FakeBrowser& operator=(const FakeBrowser&) = delete;
+
+    bool loaded() const { return m_library != nullptr; }
+    NP_GetMIMEDescriptionFunc getMIMEDescription = nullptr;
+    NP_GetValueFunc getValue = nullptr;
+
+    // NP_Initialize with a browser table of this version and size (472 and 0.27 are today's).
+    NPError initialize(uint16_t version = 27, uint16_t size = 472, uint16_t pluginTableSize = 168);
+    const NPPluginFuncs& plugin() const { return m_pluginTable.funcs; }
+
+    // NPP_New for an embed with these parameters; the instance stays owned by the browser.
+    Instance* create(const Parameters& parameters, NPError* result = nullptr);
+    NPError destroy(Instance* instance);
+
+    // Runs queued requests, and those they cause, until none is left (at most `limit`).
+    void pump(int limit = 1000);
+
+    // Test controls.
+    Page page = [](const std::string&, const std::string&) { return std::optional<std::string>(); };
+    std::function<NPError(const std::string& url)> refuse = [](const std::string&) { return NPERR_NO_ERROR; };
+    std::string userAgent = "Mozilla/5.0 (X11; Linux x86_64) FakeBrowser/1.0";
+    int32_t chunkSize = 4096;  // largest piece handed to NPP_Write (and never more than WriteReady allows)
+    bool failNetwork = false;  // http requests end with a network error, no stream
+    void serve(const std::string& url, const std::string& mimeType, const std::string& body) {
+        m_served[url] = {mimeType, body};
+    }
+
+    const std::vector<Call>& calls() const { return m_calls; }
+    // The URLs of the page calls (javascript:) and of the other requests, in order.
+    std::vector<std::string> pageCalls() const;
+    std::vector<std::string> httpRequests() const;
+
+    // Entry points for the plug-in's calls (through the table).
+    NPError requestUrl(NPP instance, const char* url, const char* target, void* notifyData, bool notify,
+                       const char* function);
+    void record(Call call) { m_calls.push_back(std::move(call)); }
+
+private:
+    struct Request {
+        NPP instance;
+        std::string url;
+        void* notifyData;
+        bool notify;
+    };
+    struct Reply {
+        bool ok = false;
+        std::string mimeType;
+        std::string body;
+    };
+    Reply fetch(const std::string& url);
+    void deliver(const Request& request, const Reply& reply);
+
+    void* m_library = nullptr;
+    NP_InitializeFunc m_initialize = nullptr;
+    NP_ShutdownFunc m_shutdown = nullptr;
+    std::vector<unsigned char> m_browserTable;
+    union PluginTable {
+        NPPluginFuncs funcs;
+        unsigned char bytes[kPluginTableFullSize];
+    } m_pluginTable{};
+    bool m_initialized = false;
+    std::vector<std::unique_ptr<Instance>> m_instances;
+    std::deque<Request> m_queue;
+    std::vector<Call> m_calls;
+    std::map<std::string, std::pair<std::string, std::string>> m_served;
+};
+
+#endif

@@ -1,0 +1,46 @@
+// A stand-in for the local VPN service: HTTP on 127.0.0.1:44444 (or another port), answering every
+// request from a script and recording what it was asked. Runs on a thread of its own.
+#ifndef PASSWAY_TESTS_FAKESERVICE_H
+#define PASSWAY_TESTS_FAKESERVICE_H
+
+#include <atomic>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+class FakeService {
+public:
+    // The body for a request line ("GET /vpn.php?INFO HTTP/1.0"); the default answers "OK".
+    using Reply = std::function<std::string(const std::string& requestLine)>;
+
+    explicit FakeService(int port = 44444);
+    ~FakeService();
+    FakeService(const FakeService&) = delete;
+    FakeService& operator=(const FakeService&) = delete;
+
+    bool listening() const { return m_listener >= 0; }
+    void setReply(Reply reply);
+    // Accept connections but never answer them.
+    void setSilent(bool silent) { m_silent = silent; }
+    // Answer with these raw bytes instead of an HTTP response built around the body.
+    void setRawReply(const std::string& raw);
+    // The request lines received so far, in order.
+    std::vector<std::string> requests() const;
+
+private:
+    void serve();
+
+    int m_listener = -1;
+    std::atomic<bool> m_stop{false};
+    std::atomic<bool> m_silent{false};
+    mutable std::mutex m_mutex;
+    Reply m_reply;
+    std::string m_raw;
+    std::vector<std::string> m_requests;
+    std::vector<int> m_held;  // connections kept open while silent
+    std::thread m_thread;
+};
+
+#endif
