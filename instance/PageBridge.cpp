@@ -13,8 +13,10 @@ void sendToJavaScript(struct_nsPluginInstance* record, const char* /*completedUr
         *record->data = record->data->Mid(separator + 4);
         PluginWriteLog(2, "[sendToJavaScript] Data from server corrected='%s'\n", static_cast<const char*>(*record->data));
     }
+    // The reply goes in as text: a zero byte in it ends it (the URL is a C string), and the call
+    // stays well-formed.
     *record->url = JS_C_ADDCOMM;
-    *record->url += *record->data;
+    *record->url += static_cast<const char*>(*record->data);
     *record->url += JS_C_ADDCOMM_END;
     PluginWriteLog(2, "[sendToJavaScript] call GetURL, buf='%s'\n", static_cast<const char*>(*record->url));
     NPError error = NPN_GetURLNotify(record->instance, *record->url, nullptr, g_s_js);

@@ -24,6 +24,11 @@ void setLogging(int level) {
 }
 }  // namespace
 
+CString directReplyBody(const char* reply) {
+    const char* body = reply != nullptr ? strstr(reply, "\r\n\r\n") : nullptr;
+    return body != nullptr ? CString(body + 4) : CString();
+}
+
 int NS_ProbeVpn(struct_nsPluginInstance* record) {
     PluginWriteLog(2, "[NS_ProbeVpn] Checking tunvo\n");
     *record->url = TUNVO_SERVICE_URL;
@@ -92,9 +97,7 @@ int GetDataFromTunvo(struct_nsPluginInstance* record) {
         } else {
             buffer[n] = '\0';
             PluginWriteLog(4, "[GetDataFromTunvo] got reply: %s\n", buffer);
-            record->data->Empty();
-            const char* body = strstr(buffer, "\r\n\r\n");
-            if (body != nullptr) *record->data = body + 4;
+            *record->data = directReplyBody(buffer);
             result = 1;
         }
     }

@@ -15,5 +15,7 @@ int NS_ProbeVpn(struct_nsPluginInstance* record);
 void sendToTunvo(struct_nsPluginInstance* record, const char* completedUrl);
 // Queries "?INFO" over a socket of its own (blocking): 1 with `data` set to the reply body, 0 on failure.
 int GetDataFromTunvo(struct_nsPluginInstance* record);
+// The body of a direct reply: what follows its first blank line, or nothing when it has none.
+CString directReplyBody(const char* reply);
 
 #endif

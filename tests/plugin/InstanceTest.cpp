@@ -75,6 +75,15 @@ TEST_F(InstanceTest, RepliesLoseAHeaderBlockButKeepEverythingElse) {
     EXPECT_EQ((std::vector<std::string>{"payload", "\r\n\r\nwhole", "", "it's \"quoted\"\nand \\ on"}), messages);
 }
 
+TEST_F(InstanceTest, AZeroByteEndsTheReplyButNotTheCall) {
+    FakeService service;
+    service.setReply([](const std::string&) { return std::string("abc\0def", 7); });
+    recordMessages();
+    browser.create({{"_probevpn", "1"}});
+    browser.pump();
+    EXPECT_EQ(1u, count(browser.pageCalls(), "javascript:c_addcomm('abc')"));
+}
+
 TEST_F(InstanceTest, NetworkErrorFallsBackToADirectQuery) {
     FakeService service;
     service.setReply([](const std::string&) { return std::string("direct answer"); });
