@@ -35,10 +35,22 @@ void notifyProgress(struct_nsPluginInstance* record);
 // Checks the finished package's signature and installs it: 0 installed, 1 not.
 int verify_install(struct_nsPluginInstance* record, streamData* package);
 
-// Runs the package as the installer with the password on its standard input.
+class UPropertyList;
+
+// Non-zero when the client must be installed or upgraded before it can start: no version file, an
+// older installed version (byte-wise text comparison), or a service executable that is not a set-user-id
+// regular file of the service owner.
+int NeedInstall(UPropertyList& params);
+// Runs the package as the installer ("SUDO" or "SU", the password on its standard input, at most about
+// five seconds): -4 installed, -3 failed, or the installer's raw non-zero exit status.
+int InstallVPN(struct_nsPluginInstance* record, const char* password, const char* installMethod, CString package);
+// Installs the verified package and tells the page: -4 installed, -3 not.
 int NS_InstallVpn(struct_nsPluginInstance* record, const char* password, const char* installMethod);
 // Starts the service with the parameter text (mode 0), or stops it (mode 1).
 int NS_LaunchVpn(struct_nsPluginInstance* record, const char* params, int mode);
 int LaunchVPN(const char* params, int mode);
+// True when the process's argv[0] is exactly the service executable's path.
+bool TunvoOwnsPid(int pid);
+bool IsProcessRunning(long pid);
 
 #endif
