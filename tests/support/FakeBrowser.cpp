@@ -234,10 +234,11 @@ void FakeBrowser::deliver(const Request& request, const Reply& reply) {
 }
 
 void FakeBrowser::pump(int limit) {
-    for (int done = 0; done < limit && !m_queue.empty(); ++done) {
+    for (int done = 0; done < limit && !m_queue.empty();) {
         Request request = m_queue.front();
         m_queue.pop_front();
-        if (request.instance == nullptr) continue;
+        if (request.instance == nullptr) continue;  // its page is gone
+        ++done;
         if (request.url.rfind("javascript:", 0) == 0) {
             auto call = pageCall(request.url);
             std::optional<std::string> value = page(call.first, call.second);

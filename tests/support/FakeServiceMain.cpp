@@ -1,0 +1,88 @@
+// fake_tunvo_service: the local VPN service as the plug-in's tests install it (as "tunvo_x86_64" under
+// the test root). Reads the parameter text on standard input, puts itself in the background, writes
+// var/run/tunvo.pid and var/run/params.txt, serves /vpn.php on 127.0.0.1:44444, appends every request
+// line to var/run/requests.log, and on SIGTERM removes its pid file and exits.
+//
+// Replies: "?CONNECT" gets "connected"; a message holding "say=TEXT" gets TEXT; anything else gets
+// "ack:" and the query. The service gives up by itself after two minutes.
+#include <csignal>
+#include <fcntl.h>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <unistd.h>
+
+#include "FakeService.h"
+
+namespace {
+volatile sig_atomic_t g_stop = 0;
+
+void appendLine(const std::string& path, const std::string& line) {
+    if (FILE* f = fopen(path.c_str(), "a")) {
+        fprintf(f, "%s\n", line.c_str());
+        fclose(f);
+    }
+}
+}  // namespace
+
+int main(int, char** argv) {
+    std::string self = argv[0];
+    std::string root = self.substr(0, self.rfind('/') + 1);
+    std::string params;
+    char buffer[4096];
+    for (ssize_t n; (n = read(0, buffer, sizeof buffer)) > 0;) params.append(buffer, static_cast<size_t>(n));
+
+    // The launcher's part ends once the service listens and has written its pid file, as a real
+    // service must do before its launcher exits.
+    int ready[2];
+    if (pipe(ready) != 0) return 1;
+    pid_t child = fork();
+    if (child != 0) {
+        close(ready[1]);
+        char byte;
+        return child > 0 && read(ready[0], &byte, 1) == 1 ? 0 : 1;
+    }
+    close(ready[0]);
+    setsid();
+    int null = open("/dev/null", O_RDWR);
+    dup2(null, 0);
+    dup2(null, 1);
+    dup2(null, 2);
+    signal(SIGTERM, [](int) { g_stop = 1; });
+    alarm(120);
+
+    std::string run = root + "var/run/";
+    if (FILE* f = fopen((run + "params.txt").c_str(), "w")) {
+        fputs(params.c_str(), f);
+        fclose(f);
+    }
+    {
+        // A service still shutting down may hold the port for a moment: wait for it.
+        std::unique_ptr<FakeService> service;
+        for (int attempt = 0; attempt < 100; ++attempt) {
+            service = std::make_unique<FakeService>();
+            if (service->listening()) break;
+            usleep(20000);
+        }
+        if (!service->listening()) return 1;
+        service->setReply([run](const std::string& line) {
+            appendLine(run + "requests.log", line);
+            size_t query = line.find('?');
+            std::string text = query == std::string::npos ? "" : line.substr(query + 1, line.rfind(" HTTP") - query - 1);
+            if (text == "CONNECT") return std::string("connected");
+            size_t say = text.find("say=");
+            if (say != std::string::npos) return text.substr(say + 4, text.find('&', say) - say - 4);
+            return "ack:" + text;
+        });
+        if (FILE* f = fopen((run + "tunvo.pid").c_str(), "w")) {
+            fprintf(f, "%d\n", static_cast<int>(getpid()));
+            fclose(f);
+        }
+        if (write(ready[1], "r", 1) != 1) return 1;
+        close(ready[1]);
+        while (!g_stop) usleep(20000);  // the signal may land on the server thread: poll the flag
+    }  // the port is released before the pid file goes
+    unlink((run + "tunvo.pid").c_str());
+    return 0;
+}
