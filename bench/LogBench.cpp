@@ -23,7 +23,9 @@ const std::string& benchHome() {
         FILE* conf = fopen((folder + "/orvane.conf").c_str(), "w");
         fputs("default_log_level=63\nlog_file_size=4000000000\n", conf);
         fclose(conf);
-        atexit([] { (void)!system(("rm -rf '" + benchHome() + "'").c_str()); });
+        static char removal[256];  // outlives every static object: the removal runs at exit
+        snprintf(removal, sizeof removal, "rm -rf '%s'", path.c_str());
+        atexit([] { (void)!system(removal); });
         return path;
     }();
     return home;
