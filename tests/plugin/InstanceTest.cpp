@@ -1,5 +1,7 @@
 // Instances as a portal page and the local service see them: parameters, the one action, the probe's
 // exchange, the direct query, the drop, and inputs no page should send.
+#include <csignal>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "FakeService.h"
@@ -94,6 +96,31 @@ TEST_F(InstanceTest, NetworkErrorFallsBackToADirectQuery) {
     EXPECT_EQ((std::vector<std::string>{"GET /vpn.php?INFO HTTP/1.1"}), service.requests()) << "the plug-in's own query";
     EXPECT_EQ((std::vector<std::string>{"direct answer"}), messages);
     EXPECT_TRUE(logged("[PluginInstance_URLNotify] ERROR! Network Error.\n"));
+}
+
+TEST_F(InstanceTest, ASilentServiceBlocksOnlyTheDirectQuery) {
+    FakeService service;
+    service.setSilent(true);
+    browser.failNetwork = true;
+    pid_t child = fork();
+    if (child == 0) {  // the blocking happens here, in a child that the test can end
+        browser.create({{"_probevpn", "1"}});
+        browser.pump();
+        _exit(0);
+    }
+    bool blocked = false;
+    for (int i = 0; i < 100 && !blocked; ++i) {
+        usleep(20000);
+        const std::string last = "0,,,, [GetDataFromTunvo]\n";
+        std::string text = log();
+        blocked = text.size() >= last.size() && text.compare(text.size() - last.size(), last.size(), last) == 0 &&
+                  service.requests().size() == 1;
+    }
+    int status = 0;
+    EXPECT_EQ(0, waitpid(child, &status, WNOHANG)) << "the direct query waits for the service without a time-out";
+    EXPECT_TRUE(blocked) << "and it is the only thing waiting: everything before it ran";
+    kill(child, SIGKILL);
+    waitpid(child, &status, 0);
 }
 
 TEST_F(InstanceTest, UnreachableServiceDropsTheSession) {
