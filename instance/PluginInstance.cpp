@@ -24,6 +24,7 @@ NPError NS_PluginInitialize() {
 
 NPError NS_PluginShutdown() {
     PluginWriteLog(4, "[NS_PluginShutdown]\n");
+    g_password.SecureEmpty();  // an installation that never finished leaves nothing behind
     return static_cast<NPError>(PluginCloseLog());
 }
 
@@ -56,6 +57,7 @@ void releaseRecord(struct_nsPluginInstance* record) {
 
 // What the parameters ask for.
 struct Parameters {
+    ~Parameters() { password.SecureEmpty(); }
     CString password;
     CString installMethod;
     CString text;  // every other parameter as name=value&, for the service
@@ -110,6 +112,7 @@ Outcome decide(struct_nsPluginInstance* record, Parameters& p) {
     }
     if (p.install) {
         record->doNotTerminate = 1;
+        g_password.SecureEmpty();
         g_password = p.password;
         g_installationMethod = p.installMethod;
         PluginWriteLog(0, "[NS_NewPluginInstance] Download starting\n");

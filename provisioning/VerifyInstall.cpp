@@ -40,7 +40,7 @@ int verify_install(struct_nsPluginInstance* record, streamData* package) {
         }
     }
     // The password lives no longer than one attempt.
-    g_password.Empty();
+    g_password.SecureEmpty();
     g_installationMethod.Empty();
     if (result == 1 && remove(package->fileName) == 0) {
         // Logged on success, as the installer's removal is (the test is inverted on purpose).

@@ -214,6 +214,16 @@ void CString::Empty() {
         AssignCopy(0, &afxChNil);
 }
 
+void CString::SecureEmpty() {
+    CStringData* data = GetData();
+    if (data != afxDataNil && data->refs <= 1) explicit_bzero(m_pchData, static_cast<size_t>(data->allocLength));
+    if (data->refs < 0 && data != afxDataNil) {
+        GetData()->dataLength = 0;  // a locked buffer stays locked, now empty
+        return;
+    }
+    Release();
+}
+
 // ---- concatenation ----------------------------------------------------------
 
 CString& CString::operator+=(const CString& other) {

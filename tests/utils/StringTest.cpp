@@ -175,4 +175,18 @@ TEST(CStringBuffer, ReleaseBufferClampsAndFreeExtraFitsExactly) {
     EXPECT_EQ("wxyz", bytes(s)) << "a failed allocation leaves the string as it was";
 }
 
+TEST(CStringSecret, SecureEmptyClearsOnlyWhatNoOneElseHolds) {
+    CString secret("hunter2");
+    const char* chars = secret;
+    CString shared(secret);
+    secret.SecureEmpty();
+    EXPECT_EQ("hunter2", bytes(shared)) << "a sharer keeps its text";
+    shared.LockBuffer();
+    const char* locked = shared;
+    shared.SecureEmpty();
+    EXPECT_EQ(0, shared.GetLength());
+    EXPECT_EQ(std::string(7, '\0'), std::string(locked, 7)) << "the characters are overwritten in place";
+    (void)chars;
+}
+
 }  // namespace
