@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <string>
+#include <vector>
 
 #include "FakeBrowser.h"
 #include "TempHome.h"
@@ -21,6 +22,20 @@ protected:
     static size_t count(const std::vector<std::string>& v, const std::string& item) {
         return static_cast<size_t>(std::count(v.begin(), v.end(), item));
     }
+};
+
+// The test plug-in's install root (build/testroot/) and what tests put there.
+struct TestRoot {
+    static std::string path() { return PASSWAY_TEST_ROOT; }
+    // Empties the root, stopping a service left running.
+    static void reset();
+    // A current client: the fake service as a set-user-id tunvo_x86_64 and the version file.
+    static void installClient();
+    // The pid in the service's pid file, 0 when there is none.
+    static int servicePid();
+    static void stopService();
+    // The request lines the installed service received.
+    static std::vector<std::string> serviceRequests();
 };
 
 #endif

@@ -6,25 +6,20 @@
 #include <unistd.h>
 
 #include "PluginTestSupport.h"
-#include "RunCommand.h"
 
 namespace {
 
-const std::string kRoot = PASSWAY_TEST_ROOT;
+const std::string kRoot = TestRoot::path();
 
-// A test root with a current client installed: the fake service as the executable, set-user-id.
+// A test root with a current client installed; the page answers from `answers`.
 class ServiceRelayTest : public PluginTest {
 protected:
     void SetUp() override {
         // The service leaves its launcher behind; as the subreaper this process can reap it when a
         // test kills it, so that its pid really names no process any more.
         prctl(PR_SET_CHILD_SUBREAPER, 1);
-        stopService();
-        runCommand({"/bin/rm", "-rf", kRoot});
-        writeFile(kRoot + "etc/version.txt", "7135.2016.429.1");
-        writeFile(kRoot + "var/run/requests.log", "");
-        ASSERT_EQ(0, runCommand({"/bin/cp", FAKE_SERVICE, kRoot + "tunvo_x86_64"}).exitCode);
-        ASSERT_EQ(0, chmod((kRoot + "tunvo_x86_64").c_str(), 04755));
+        TestRoot::reset();
+        TestRoot::installClient();
         ASSERT_EQ(0, browser.initialize());
         browser.page = [this](const std::string& function, const std::string& argument) -> std::optional<std::string> {
             if (function != "c_addcomm") return std::nullopt;
@@ -35,24 +30,10 @@ protected:
             return next;
         };
     }
-    void TearDown() override { stopService(); }
+    void TearDown() override { TestRoot::stopService(); }
 
-    static int servicePid() {
-        std::string pid = readFile(kRoot + "var/run/tunvo.pid");
-        return pid.empty() ? 0 : std::stoi(pid);
-    }
-    static void stopService() {
-        int pid = servicePid();
-        if (pid > 0) kill(pid, SIGKILL);
-        unlink((kRoot + "var/run/tunvo.pid").c_str());
-    }
-    static std::vector<std::string> serviceRequests() {
-        std::vector<std::string> lines;
-        std::string text = readFile(kRoot + "var/run/requests.log");
-        for (size_t start = 0, nl; (nl = text.find('\n', start)) != std::string::npos; start = nl + 1)
-            lines.push_back(text.substr(start, nl - start));
-        return lines;
-    }
+    static int servicePid() { return TestRoot::servicePid(); }
+    static std::vector<std::string> serviceRequests() { return TestRoot::serviceRequests(); }
 
     std::vector<std::string> messages;  // c_addcomm texts the page received
     std::vector<std::string> answers;   // what the page answers, in order ("" once they run out)

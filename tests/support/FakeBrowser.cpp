@@ -227,6 +227,10 @@ void FakeBrowser::deliver(const Request& request, const Reply& reply) {
                 break;
             }
             offset += static_cast<size_t>(taken);
+            if (cutAfterBytes > 0 && offset >= cutAfterBytes && offset < reply.body.size()) {
+                reason = cutReason;
+                break;
+            }
         }
         plugin().destroystream(request.instance, &stream, reason);
     }

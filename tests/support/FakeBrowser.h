@@ -65,6 +65,9 @@ public:
     std::string userAgent = "Mozilla/5.0 (X11; Linux x86_64) FakeBrowser/1.0";
     int32_t chunkSize = 4096;  // largest piece handed to NPP_Write (and never more than WriteReady allows)
     bool failNetwork = false;  // http requests end with a network error, no stream
+    // A stream that has delivered this many bytes ends there with this reason (0 = never).
+    size_t cutAfterBytes = 0;
+    NPReason cutReason = NPRES_NETWORK_ERR;
     void serve(const std::string& url, const std::string& mimeType, const std::string& body) {
         m_served[url] = {mimeType, body};
     }
