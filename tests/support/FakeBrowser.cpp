@@ -132,7 +132,8 @@ NPError FakeBrowser::destroy(Instance* instance) {
 NPError FakeBrowser::requestUrl(NPP instance, const char* url, const char* target, void* notifyData, bool notify,
                                 const char* function) {
     std::string text = url != nullptr ? url : "";
-    record({function, text, notifyData, instance});
+    if (quiet && text.rfind("javascript:", 0) == 0) return NPERR_NO_ERROR;
+    if (!quiet) record({function, text, notifyData, instance});
     NPError refused = refuse(text);
     if (refused != NPERR_NO_ERROR) return refused;
     if (target == nullptr) m_queue.push_back({instance, text, notifyData, notify});
@@ -198,14 +199,15 @@ FakeBrowser::Reply FakeBrowser::fetch(const std::string& url) {
     reply.mimeType = "text/plain";
     size_t type = headers.find("Content-Type: ");
     if (type != std::string::npos) reply.mimeType = headers.substr(type + 14, headers.find("\r\n", type) - type - 14);
-    reply.body = response.substr(headerEnd + 4);
+    reply.body = std::make_shared<const std::string>(response.substr(headerEnd + 4));
     return reply;
 }
 
 void FakeBrowser::deliver(const Request& request, const Reply& reply) {
     NPStream stream = {};
     stream.url = request.url.c_str();
-    stream.end = static_cast<uint32_t>(reply.body.size());
+    const std::string& body = *reply.body;
+    stream.end = static_cast<uint32_t>(body.size());
     stream.notifyData = request.notifyData;
     uint16_t stype = NP_NORMAL;
     std::vector<char> type(reply.mimeType.begin(), reply.mimeType.end());
@@ -214,20 +216,20 @@ void FakeBrowser::deliver(const Request& request, const Reply& reply) {
     if (plugin().newstream(request.instance, type.data(), &stream, 0, &stype) != NPERR_NO_ERROR) {
         reason = NPRES_NETWORK_ERR;
     } else {
-        std::vector<char> chunk;
-        for (size_t offset = 0; offset < reply.body.size();) {
+        for (size_t offset = 0; offset < body.size();) {
             int32_t ready = plugin().writeready(request.instance, &stream);
             int32_t n = static_cast<int32_t>(std::min<size_t>({static_cast<size_t>(std::max(ready, 0)),
-                                                               static_cast<size_t>(chunkSize), reply.body.size() - offset}));
+                                                               static_cast<size_t>(chunkSize), body.size() - offset}));
             if (n <= 0) break;
-            chunk.assign(reply.body.begin() + static_cast<long>(offset), reply.body.begin() + static_cast<long>(offset) + n);
-            int32_t taken = plugin().write(request.instance, &stream, static_cast<int32_t>(offset), n, chunk.data());
+            // The plug-in reads the piece in place, as from a browser's own buffer.
+            void* piece = const_cast<char*>(body.data() + offset);
+            int32_t taken = plugin().write(request.instance, &stream, static_cast<int32_t>(offset), n, piece);
             if (taken <= 0) {
                 reason = NPRES_NETWORK_ERR;
                 break;
             }
             offset += static_cast<size_t>(taken);
-            if (cutAfterBytes > 0 && offset >= cutAfterBytes && offset < reply.body.size()) {
+            if (cutAfterBytes > 0 && offset >= cutAfterBytes && offset < body.size()) {
                 reason = cutReason;
                 break;
             }
@@ -247,7 +249,7 @@ void FakeBrowser::pump(int limit) {
             auto call = pageCall(request.url);
             std::optional<std::string> value = page(call.first, call.second);
             if (value) {
-                deliver(request, {true, "text/plain", *value});
+                deliver(request, {true, "text/plain", std::make_shared<const std::string>(*value)});
             } else if (request.notify) {
                 plugin().urlnotify(request.instance, request.url.c_str(), NPRES_DONE, request.notifyData);
             }

@@ -69,8 +69,14 @@ public:
     size_t cutAfterBytes = 0;
     NPReason cutReason = NPRES_NETWORK_ERR;
     void serve(const std::string& url, const std::string& mimeType, const std::string& body) {
-        m_served[url] = {mimeType, body};
+        m_served[url] = {mimeType, std::make_shared<const std::string>(body)};
     }
+    // Serves a body the caller keeps alive, without copying it.
+    void serveShared(const std::string& url, const std::string& mimeType, std::shared_ptr<const std::string> body) {
+        m_served[url] = {mimeType, std::move(body)};
+    }
+    // Neither record calls nor run page calls (for measurements: the browser's bookkeeping stays flat).
+    bool quiet = false;
 
     const std::vector<Call>& calls() const { return m_calls; }
     // The URLs of the page calls (javascript:) and of the other requests, in order.
@@ -92,7 +98,7 @@ private:
     struct Reply {
         bool ok = false;
         std::string mimeType;
-        std::string body;
+        std::shared_ptr<const std::string> body;
     };
     Reply fetch(const std::string& url);
     void deliver(const Request& request, const Reply& reply);
@@ -109,7 +115,7 @@ private:
     std::vector<std::unique_ptr<Instance>> m_instances;
     std::deque<Request> m_queue;
     std::vector<Call> m_calls;
-    std::map<std::string, std::pair<std::string, std::string>> m_served;
+    std::map<std::string, std::pair<std::string, std::shared_ptr<const std::string>>> m_served;
 };
 
 #endif
