@@ -118,6 +118,14 @@ TEST_F(ProvisioningTest, WrongTypeAndNetworkErrorsStopBeforeVerification) {
     EXPECT_TRUE(logged("[PluginInstance_URLNotify] ERROR! Network Error. in SERVER_HTTP\n"));
     EXPECT_EQ(0u, count(browser.pageCalls(), "javascript:onTunvoInstalling()"));
     EXPECT_EQ("", installerLog());
+    // The partial file stays behind, and it was made for the user alone.
+    std::string partial = packageFile();
+    struct stat info;
+    ASSERT_EQ(0, lstat(partial.c_str(), &info)) << partial;
+    EXPECT_TRUE(S_ISREG(info.st_mode));
+    EXPECT_EQ(0600u, info.st_mode & 07777);
+    EXPECT_EQ(200, info.st_size);
+    unlink(partial.c_str());
 }
 
 TEST_F(ProvisioningTest, AUserBreakIsVerifiedLikeACompleteDownload) {
