@@ -3,12 +3,12 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "BrowserCalls.h"
+#include "ChildProcess.h"
 #include "HashTable"
 #include "InstallPaths.h"
 #include "PageBridge.h"
@@ -58,31 +58,12 @@ int InstallVPN(struct_nsPluginInstance* record, const char* password, const char
     int changed = chmod(path, 0755);
     PluginWriteLog(2, "[InstallVPN] chmod() ret=%d; install command='%s'\n", changed, path);
 
-    int channel[2];
-    if (pipe2(channel, O_CLOEXEC) != 0) {
-        PluginWriteLog(0, "[InstallVPN] pipe error=%d\n", errno);
-        return RESULT_INSTALL_FAILED;
-    }
     const char* argument = installMethod != nullptr && strstr(installMethod, "sudo") != nullptr ? "SUDO" : "SU";
-    pid_t pid = fork();
-    if (pid < 0) {
-        PluginWriteLog(0, "[InstallVPN] fork error=%d\n", errno);
-        close(channel[0]);
-        close(channel[1]);
-        return RESULT_INSTALL_FAILED;
-    }
-    if (pid == 0) {
-        close(channel[1]);
-        if (channel[0] != 0 && dup2(channel[0], 0) != 0) close(channel[0]);  // kept as it has always been
-        PluginWriteLog(2, "[InstallVpn] cmd='%s'; param='%s'\n", path, argument);
-        execl(path, path, argument, static_cast<char*>(nullptr));
-        PluginWriteLog(0, "[InstallVPN] - exec() failed=%d\n", errno);
-        _exit(-1);
-    }
-    close(channel[0]);
-    size_t length = password != nullptr ? strlen(password) : 0;
-    if (length > 0 && write(channel[1], password, length) < 0) { /* the installer sees the end of input */ }
-    close(channel[1]);
+    static const ChildLogTexts kInstallerTexts = {"[InstallVPN] pipe error=%d\n", "[InstallVPN] fork error=%d\n",
+                                                  "[InstallVpn] cmd='%s'; param='%s'\n",
+                                                  "[InstallVPN] - exec() failed=%d\n"};
+    pid_t pid = startWithInput(path, argument, password, kInstallerTexts);
+    if (pid < 0) return RESULT_INSTALL_FAILED;
 
     int status = 0;
     bool ended = false;

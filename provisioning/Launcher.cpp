@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include "BrowserCalls.h"
+#include "ChildProcess.h"
 #include "HashTable"
 #include "InstallPaths.h"
 #include "PageBridge.h"
@@ -80,30 +81,10 @@ int LaunchVPN(const char* params, int mode) {
         PluginWriteLog(4, "[LaunchVPN] pid file exist, but tunvo is not owner of the pid\n");
     }
 
-    int channel[2];
-    if (pipe2(channel, O_CLOEXEC) != 0) {
-        PluginWriteLog(0, "[LaunchVPN] pipe error = %d\n", errno);
-        return RESULT_LAUNCH_FAILED;
-    }
-    pid_t child = fork();
-    if (child < 0) {
-        PluginWriteLog(0, "[LaunchVPN] fork error = %d\n", errno);
-        close(channel[0]);
-        close(channel[1]);
-        return RESULT_LAUNCH_FAILED;
-    }
-    if (child == 0) {
-        close(channel[1]);
-        if (channel[0] != 0 && dup2(channel[0], 0) != 0) close(channel[0]);  // kept as it has always been
-        execl(TUNVO_EXECUTABLE, TUNVO_EXECUTABLE, static_cast<char*>(nullptr));
-        int error = errno;
-        PluginWriteLog(0, "[LaunchVPN] - execl failed=%d (%s)\n", error, strerror(error));
-        _exit(-1);
-    }
-    close(channel[0]);
-    size_t length = strlen(params);
-    if (length > 0 && write(channel[1], params, length) < 0) { /* the service sees the end of input */ }
-    close(channel[1]);
+    static const ChildLogTexts kServiceTexts = {"[LaunchVPN] pipe error = %d\n", "[LaunchVPN] fork error = %d\n",
+                                                nullptr, "[LaunchVPN] - execl failed=%d (%s)\n"};
+    pid_t child = startWithInput(TUNVO_EXECUTABLE, nullptr, params, kServiceTexts);
+    if (child < 0) return RESULT_LAUNCH_FAILED;
 
     int status = 0;
     while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
