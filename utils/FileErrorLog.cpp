@@ -151,33 +151,38 @@ int UFileErrorLog::Close() {
     return 0;
 }
 
-int UFileErrorLog::WriteLogItem(const char* text) {
+// Runs one write under the lock while a file is open: the write's result, or -1 when closed or when the
+// write threw (the line is dropped, the log goes on). Every write is flushed and counted for rotation.
+template <class Body>
+int UFileErrorLog::writeLocked(Body body) {
     LogLock hold(m_lock);
     if (m_file == nullptr) return -1;
-    int result = -1;
+    int result;
     try {
-        CString header;
-        generateLogLineHeader(header);
-        if (text == nullptr) text = "";
-        // The stream's own lock is not needed: every write holds ours.
-        size_t length = strlen(text);
-        if (fwrite_unlocked(static_cast<const char*>(header), 1, static_cast<size_t>(header.GetLength()), m_file) ==
-                static_cast<size_t>(header.GetLength()) &&
-            fwrite_unlocked(text, 1, length, m_file) == length)
-            result = static_cast<int>(length);
+        result = body();
     } catch (...) {
         result = -1;
     }
-    fflush_unlocked(m_file);
+    fflush_unlocked(m_file);  // the stream's own lock is not needed: every write holds ours
     CheckForRotation();
     return result;
 }
 
+int UFileErrorLog::WriteLogItem(const char* text) {
+    return writeLocked([&] {
+        CString header;
+        generateLogLineHeader(header);
+        if (text == nullptr) text = "";
+        size_t length = strlen(text);
+        size_t headerLength = static_cast<size_t>(header.GetLength());
+        bool written = fwrite_unlocked(static_cast<const char*>(header), 1, headerLength, m_file) == headerLength &&
+                       fwrite_unlocked(text, 1, length, m_file) == length;
+        return written ? static_cast<int>(length) : -1;
+    });
+}
+
 int UFileErrorLog::WriteLogByte(const char* prefix, unsigned char* data, unsigned int length) {
-    LogLock hold(m_lock);
-    if (m_file == nullptr) return -1;
-    int result = -1;
-    try {
+    return writeLocked([&] {
         CString header;
         generateLogLineHeader(header);
         fputs(header, m_file);
@@ -185,33 +190,24 @@ int UFileErrorLog::WriteLogByte(const char* prefix, unsigned char* data, unsigne
         if (prefix != nullptr) fputs(prefix, m_file);
         if (length > 0 && data != nullptr) fwrite(data, 1, length, m_file);
         fputs("\n", m_file);
-        result = static_cast<int>(length);
-    } catch (...) {
-        result = -1;
-    }
-    fflush(m_file);
-    CheckForRotation();
-    return result;
+        return static_cast<int>(length);
+    });
 }
 
 int UFileErrorLog::WriteLogByte(unsigned char* data, unsigned int length) {
-    LogLock hold(m_lock);
-    if (m_file == nullptr) return -1;
-    int result = -1;
-    try {
-        if (length > 0 && (data == nullptr || fwrite(data, 1, length, m_file) != length))
-            throw UException(-1, "", "UFileErrorLog::WriteLogByte", 1459, "EXCEPTION - %s, %s",
-                             "fwrite() failed (error)", static_cast<const char*>(createString(errno)));
-        if (fprintf(m_file, "\n\n") < 0)
-            throw UException(-1, "", "UFileErrorLog::WriteLogByte()", 1463, "EXCEPTION - %s, %s",
-                             "_ftprintf() failed (error)", static_cast<const char*>(createString(errno)));
-        result = static_cast<int>(length);
-    } catch (UException&) {
-        result = -1;
-    }
-    fflush(m_file);
-    CheckForRotation();
-    return result;
+    return writeLocked([&] {
+        try {
+            if (length > 0 && (data == nullptr || fwrite(data, 1, length, m_file) != length))
+                throw UException(-1, "", "UFileErrorLog::WriteLogByte", 1459, "EXCEPTION - %s, %s",
+                                 "fwrite() failed (error)", static_cast<const char*>(createString(errno)));
+            if (fprintf(m_file, "\n\n") < 0)
+                throw UException(-1, "", "UFileErrorLog::WriteLogByte()", 1463, "EXCEPTION - %s, %s",
+                                 "_ftprintf() failed (error)", static_cast<const char*>(createString(errno)));
+            return static_cast<int>(length);
+        } catch (UException&) {
+            return -1;  // raised, logged at the throw, and caught here
+        }
+    });
 }
 
 void UFileErrorLog::CheckForRotation() {
