@@ -177,7 +177,6 @@ TEST(CStringBuffer, ReleaseBufferClampsAndFreeExtraFitsExactly) {
 
 TEST(CStringSecret, SecureEmptyClearsOnlyWhatNoOneElseHolds) {
     CString secret("hunter2");
-    const char* chars = secret;
     CString shared(secret);
     secret.SecureEmpty();
     EXPECT_EQ("hunter2", bytes(shared)) << "a sharer keeps its text";
@@ -186,7 +185,6 @@ TEST(CStringSecret, SecureEmptyClearsOnlyWhatNoOneElseHolds) {
     shared.SecureEmpty();
     EXPECT_EQ(0, shared.GetLength());
     EXPECT_EQ(std::string(7, '\0'), std::string(locked, 7)) << "the characters are overwritten in place";
-    (void)chars;
 }
 
 }  // namespace
