@@ -1,6 +1,7 @@
 #!/usr/bin/python3
 """A scripted browser on QtWebKit: opens a page with NPAPI plug-ins enabled, waits, then prints what the
-page recorded (its `transcript`) as JSON lines and can save a screenshot.
+page recorded (its `transcript`) as JSON lines, one string each, then {"status": TEXT} with the text of the
+page's element `status`, and can save a screenshot.
 
 usage: browser_host.py URL SECONDS [SCREENSHOT.png]
 The plug-in is found through QTWEBKIT_PLUGIN_PATH, as QtWebKit does."""
@@ -30,6 +31,9 @@ def main():
         transcript = frame.evaluateJavaScript("transcript") or []
         for line in transcript:
             print(json.dumps(line), flush=True)
+        status = frame.evaluateJavaScript(
+            "document.getElementById('status') ? document.getElementById('status').textContent : ''") or ''
+        print(json.dumps({"status": status}), flush=True)
         if screenshot:
             view.grab().save(screenshot)
         # Leaving the page destroys the plug-in instance.

@@ -3,18 +3,17 @@
 service. Five visits: install a signed package; connect and relay messages; probe a running service;
 leave the page (the service stops); a package with a bad signature (nothing is installed).
 
-usage: run_e2e.py BUILD_DIR SOURCE_DIR [--demo]
-Exit 0 when every check holds, 1 on the first failure, 77 when the browser engine is missing outside CI.
-With --demo the transcript is printed and the screenshot path announced, and nothing is asserted twice."""
+usage: run_e2e.py BUILD_DIR SOURCE_DIR
+Prints what the page heard on each visit and where the screenshot after the install is. Exit 0 when every
+check holds, 1 on the first failure, 77 when the browser engine is missing outside CI."""
+import json
 import os
-import shutil
-import signal
-import socket
 import subprocess
 import sys
-import tempfile
 import time
 import urllib.parse
+
+from demo_setup import DemoPortal, read
 
 QT_PYTHON = '/usr/bin/python3'  # the Qt bindings live with Debian's interpreter
 
@@ -28,93 +27,37 @@ def check(condition, message):
         raise Failure(message)
 
 
-def free_port():
-    with socket.socket() as s:
-        s.bind(('127.0.0.1', 0))
-        return s.getsockname()[1]
+class Run(DemoPortal):
+    """The shared set-up plus a home folder for the browser, whose environment leads it to the plug-in and
+    hands the installer the test root and the service program."""
 
-
-def read(path):
-    try:
-        with open(path, errors='replace') as f:
-            return f.read()
-    except OSError:
-        return ''
-
-
-class Run:
     def __init__(self, build, source):
-        self.build, self.source = build, source
-        self.root = os.path.join(build, 'testroot') + '/'
-        self.work = tempfile.mkdtemp(prefix='passway-e2e-')
-        self.plugins = os.path.join(self.work, 'plugins')
+        super().__init__(build, source)
         self.home = os.path.join(self.work, 'home')
-        os.makedirs(self.plugins)
         os.makedirs(self.home)
-        shutil.copy(os.path.join(build, 'plugin', 'libtunvo_plugin_testroot.so'), self.plugins)
-        self.package = os.path.join(self.work, 'package')
-        shutil.copy(os.path.join(source, 'tests', 'data', 'test-installer.sh'), self.package)
-        sign = os.path.join(build, 'tools', 'passway-sign')
-        data = os.path.join(source, 'tests', 'data')
-        self.signature = subprocess.check_output([sign, os.path.join(data, 'test-signing-key.pem'), self.package],
-                                                 text=True).strip()
-        self.bad_signature = subprocess.check_output(
-            [sign, os.path.join(data, 'test-other-key.pem'), self.package], text=True).strip()
-        self.port = free_port()
-        self.server = subprocess.Popen([sys.executable, os.path.join(source, 'e2e', 'portal_server.py'),
-                                        str(self.port), os.path.join(source, 'e2e', 'portal'), self.package],
-                                       stderr=open(os.path.join(self.work, 'server.log'), 'w'))
-        for _ in range(50):
-            try:
-                socket.create_connection(('127.0.0.1', self.port), timeout=0.2).close()
-                break
-            except OSError:
-                time.sleep(0.1)
-        self.env = dict(os.environ, HOME=self.home, QTWEBKIT_PLUGIN_PATH=self.plugins, PASSWAY_TEST_ROOT=self.root,
-                        FAKE_SERVICE=os.path.join(build, 'tests', 'support', 'fake_tunvo_service'),
-                        XDG_RUNTIME_DIR=self.work)
-        self.reset_root()
-
-    def reset_root(self):
-        self.stop_service()
-        shutil.rmtree(self.root, ignore_errors=True)
-        os.makedirs(os.path.join(self.root, 'var', 'run'))
-
-    def service_pid(self):
-        text = read(os.path.join(self.root, 'var', 'run', 'tunvo.pid')).strip()
-        return int(text) if text.isdigit() else 0
-
-    def stop_service(self):
-        pid = self.service_pid()
-        if pid:
-            try:
-                os.kill(pid, signal.SIGKILL)
-            except ProcessLookupError:
-                pass
+        self.env = dict(os.environ, HOME=self.home, QTWEBKIT_PLUGIN_PATH=self.plugins, XDG_RUNTIME_DIR=self.work,
+                        **self.installer_env)
 
     def visit(self, query, seconds, screenshot=None):
-        url = 'http://127.0.0.1:%d/index.html?%s' % (self.port, query)
-        args = [QT_PYTHON, os.path.join(self.source, 'e2e', 'browser_host.py'), url, str(seconds)]
+        args = [QT_PYTHON, os.path.join(self.source, 'e2e', 'browser_host.py'), self.url(query), str(seconds)]
         if screenshot:
             args.append(screenshot)
         out = subprocess.run(args, env=self.env, capture_output=True, text=True, timeout=120).stdout
-        return [line.strip().strip('"') for line in out.splitlines() if line.strip()]
-
-    def close(self):
-        self.stop_service()
-        self.server.terminate()
-        self.server.wait()
-        shutil.rmtree(self.work, ignore_errors=True)
-
-
-def engine_available():
-    probe = subprocess.run([QT_PYTHON, '-c', 'from PyQt5 import QtWebKitWidgets'], capture_output=True)
-    return probe.returncode == 0 and shutil.which('xvfb-run') is not None or os.environ.get('DISPLAY')
+        page, self.status = [], None
+        for line in out.splitlines():
+            try:
+                item = json.loads(line)
+            except ValueError:
+                continue  # not the host's output
+            if isinstance(item, dict):
+                self.status = item.get('status')
+            else:
+                page.append(str(item))
+        return page
 
 
 def main():
     build, source = os.path.abspath(sys.argv[1]), os.path.abspath(sys.argv[2])
-    demo = '--demo' in sys.argv
     if not os.path.exists(QT_PYTHON) or subprocess.run([QT_PYTHON, '-c', 'from PyQt5 import QtWebKitWidgets'],
                                                        capture_output=True).returncode != 0:
         print('e2e: QtWebKit for Python (python3-pyqt5.qtwebkit) is missing')
@@ -129,6 +72,7 @@ def main():
         page = run.visit('mode=install&size=%d&signature=%s' % (size, urllib.parse.quote(run.signature)), 6,
                          screenshot)
         print('\n'.join('   ' + line for line in page))
+        print('   status line: %s' % run.status)
         for expected in ['download start: %d' % size, 'progress: 0', 'progress: %d' % size, 'download done',
                          'installing', 'installation ok']:
             check(expected in page, 'install: the page did not hear "%s"' % expected)
@@ -141,6 +85,7 @@ def main():
         print('== visit 2: connect and relay')
         page = run.visit('mode=connect&answers=hello,say%3Dpong,bye', 4)
         print('\n'.join('   ' + line for line in page[:8]))
+        print('   status line: %s' % run.status)
         requests = read(os.path.join(run.root, 'var', 'run', 'requests.log'))
         for expected in ['c_addcomm: connected', 'c_addcomm: ack:hello&z=0', 'c_addcomm: pong',
                          'c_addcomm: ack:bye&z=2']:
@@ -149,6 +94,7 @@ def main():
             check(expected in requests, 'connect: the service did not receive "%s"' % expected)
         check('user=demo&browser_pid=' in read(os.path.join(run.root, 'var', 'run', 'params.txt')),
               'connect: the service did not get the page parameters')
+        check(run.status == 'Connected', 'connect: the status line reads %r, not "Connected"' % run.status)
 
         print('== visit 3: leaving the page stopped the service')
         for _ in range(50):
@@ -164,6 +110,7 @@ def main():
         before = read(os.path.join(run.root, 'var', 'run', 'requests.log')).count('\n')
         page = run.visit('mode=probe', 3)
         print('\n'.join('   ' + line for line in page))
+        print('   status line: %s' % run.status)
         after = read(os.path.join(run.root, 'var', 'run', 'requests.log')).splitlines()[before:]
         check(after and after[0].startswith('GET /vpn.php?INFO '), 'probe: the service was not asked ?INFO')
         check(len(after) == 1, 'probe: the probe made %d requests instead of one' % len(after))
@@ -174,6 +121,7 @@ def main():
         run.reset_root()
         page = run.visit('mode=install&size=%d&signature=%s' % (size, urllib.parse.quote(run.bad_signature)), 5)
         print('\n'.join('   ' + line for line in page))
+        print('   status line: %s' % run.status)
         check('installation failed' in page, 'bad signature: the page did not hear VPNInstallationFailed')
         check(not os.path.exists(os.path.join(run.root, 'tunvo_x86_64')), 'bad signature: something was installed')
         check(not read(os.path.join(run.root, 'var', 'run', 'installer.log')), 'bad signature: the installer ran')
