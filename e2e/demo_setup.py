@@ -26,6 +26,15 @@ def read(path):
         return ''
 
 
+def port_free(port):
+    with socket.socket() as s:
+        try:
+            s.bind(('127.0.0.1', port))
+            return True
+        except OSError:
+            return False
+
+
 def listening(port, host='127.0.0.1'):
     try:
         socket.create_connection((host, port), timeout=0.2).close()
@@ -64,6 +73,8 @@ class DemoPortal:
                 [sign, os.path.join(data, 'test-signing-key.pem'), self.package], text=True).strip()
             self.bad_signature = subprocess.check_output(
                 [sign, os.path.join(data, 'test-other-key.pem'), self.package], text=True).strip()
+            if port and not port_free(port):
+                raise RuntimeError('port %d is in use' % port)
             self.port = port or free_port()
             if server_output == 'file':
                 server_output = open(os.path.join(self.work, 'server.log'), 'w')
