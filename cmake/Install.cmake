@@ -1,17 +1,79 @@
-# What `cmake --install` puts where.
-#   the plug-in          PASSWAY_PLUGIN_INSTALL_DIR (default <prefix>/lib/mozilla/plugins; for one user,
-#                        -DPASSWAY_PLUGIN_INSTALL_DIR=$HOME/.mozilla/plugins)
-#   passway-sign         <prefix>/bin
-#   static libraries     <prefix>/lib
-#   headers              <prefix>/include/passway/{utils,crypto,clientdata}
+# What `cmake --install` puts where, by component.
+#   plugin       (default)  the plug-in in <prefix>/lib/mozilla/plugins (or PASSWAY_PLUGIN_INSTALL_DIR);
+#                           the guides in <prefix>/share/doc/passway-plugin
+#   tools        (default)  passway-sign in <prefix>/bin
+#   user-plugin  (on request) the plug-in in ~/.mozilla/plugins of whoever installs, decided at install time
+#   dev          (on request) the static libraries in <prefix>/<libdir>, their headers side by side in
+#                           <prefix>/include/passway, the CMake package Passway and passway.pc
+# Nothing here depends on the prefix given at configure time: `cmake --install build --prefix P` works
+# for any P, and no cached value sends a later install somewhere else.
 include(GNUInstallDirs)
-set(PASSWAY_PLUGIN_INSTALL_DIR "${CMAKE_INSTALL_LIBDIR}/mozilla/plugins" CACHE PATH
-    "Where the plug-in is installed (relative paths are under the install prefix)")
+include(CMakePackageConfigHelpers)
 
-install(TARGETS tunvo_plugin LIBRARY DESTINATION ${PASSWAY_PLUGIN_INSTALL_DIR})
-install(TARGETS passway-sign RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-install(TARGETS orvane_utils orvane_crypto orvane_clientdata ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/utils/inc/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/passway/utils)
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/crypto/inc/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/passway/crypto)
+set(PASSWAY_PLUGIN_INSTALL_DIR "" CACHE PATH
+    "Where the plug-in is installed; empty: lib/mozilla/plugins under the install prefix")
+# Build folders configured before kept GNUInstallDirs' libdir here (lib/x86_64-linux-gnu when the prefix
+# was /usr), where browsers do not look: that old default gives way to the new one.
+if(PASSWAY_PLUGIN_INSTALL_DIR STREQUAL "${CMAKE_INSTALL_LIBDIR}/mozilla/plugins")
+  set_property(CACHE PASSWAY_PLUGIN_INSTALL_DIR PROPERTY VALUE "")
+endif()
+set(plugin_dir "${PASSWAY_PLUGIN_INSTALL_DIR}")
+if(plugin_dir STREQUAL "")
+  set(plugin_dir lib/mozilla/plugins)  # literally lib: browsers search no multiarch folder
+endif()
+
+# ---- plugin and tools ---------------------------------------------------------
+install(TARGETS tunvo_plugin LIBRARY DESTINATION ${plugin_dir} COMPONENT plugin)
+# The guides; the folder is read at install time, so a guide added to docs/ needs no new rule.
+set(PASSWAY_DOC_INSTALL_DIR ${CMAKE_INSTALL_DATAROOTDIR}/doc/passway-plugin)
+install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION ${PASSWAY_DOC_INSTALL_DIR} COMPONENT plugin)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/ DESTINATION ${PASSWAY_DOC_INSTALL_DIR} COMPONENT plugin
+        FILES_MATCHING PATTERN "*.md")
+install(TARGETS passway-sign RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+
+# ---- user-plugin ----------------------------------------------------------------
+# HOME is read when the install runs (file(INSTALL) adds DESTDIR to the absolute folder).
+install(CODE "file(INSTALL DESTINATION \"\$ENV{HOME}/.mozilla/plugins\" TYPE SHARED_LIBRARY
+                   FILES \"$<TARGET_FILE:tunvo_plugin>\")"
+        COMPONENT user-plugin EXCLUDE_FROM_ALL)
+
+# ---- dev ------------------------------------------------------------------------
+# The headers include one another by bare name ("String", "Hash", ...), and no two folders share a name:
+# all of them go into one folder, so that a single -I<prefix>/include/passway serves.
+set(PASSWAY_HEADER_INSTALL_DIR ${CMAKE_INSTALL_INCLUDEDIR}/passway)
+set(dev_libraries orvane_utils orvane_crypto orvane_clientdata)
+# In the build the libraries use their source folders; installed, the one header folder.
+foreach(library IN LISTS dev_libraries)
+  get_target_property(source_includes ${library} INTERFACE_INCLUDE_DIRECTORIES)
+  set_property(TARGET ${library} PROPERTY INTERFACE_INCLUDE_DIRECTORIES "$<BUILD_INTERFACE:${source_includes}>")
+endforeach()
+# passway_config (the generated header's folder, build tree only) comes along empty: the libraries
+# name it, and an exported target may name only exported ones.
+install(TARGETS ${dev_libraries} EXPORT PasswayTargets
+        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev EXCLUDE_FROM_ALL
+        INCLUDES DESTINATION ${PASSWAY_HEADER_INSTALL_DIR})
+install(TARGETS passway_config EXPORT PasswayTargets)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/utils/inc/ ${PROJECT_SOURCE_DIR}/crypto/inc/
+        DESTINATION ${PASSWAY_HEADER_INSTALL_DIR} COMPONENT dev EXCLUDE_FROM_ALL)
 install(FILES ${PROJECT_SOURCE_DIR}/clientdata/ClientData ${PROJECT_SOURCE_DIR}/clientdata/DeviceInfo
-        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/passway/clientdata)
+        DESTINATION ${PASSWAY_HEADER_INSTALL_DIR} COMPONENT dev EXCLUDE_FROM_ALL)
+
+# find_package(Passway): Passway::orvane_utils, Passway::orvane_crypto, Passway::orvane_clientdata.
+set(PASSWAY_CMAKE_INSTALL_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/Passway)
+install(EXPORT PasswayTargets NAMESPACE Passway:: DESTINATION ${PASSWAY_CMAKE_INSTALL_DIR}
+        COMPONENT dev EXCLUDE_FROM_ALL)
+configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/PasswayPackageConfig.cmake.in
+                              ${CMAKE_BINARY_DIR}/package/PasswayConfig.cmake
+                              INSTALL_DESTINATION ${PASSWAY_CMAKE_INSTALL_DIR})
+write_basic_package_version_file(${CMAKE_BINARY_DIR}/package/PasswayConfigVersion.cmake
+                                 COMPATIBILITY SameMajorVersion)
+install(FILES ${CMAKE_BINARY_DIR}/package/PasswayConfig.cmake ${CMAKE_BINARY_DIR}/package/PasswayConfigVersion.cmake
+        DESTINATION ${PASSWAY_CMAKE_INSTALL_DIR} COMPONENT dev EXCLUDE_FROM_ALL)
+
+# pkg-config: passway.pc finds the prefix from its own place, like the CMake package.
+set(PASSWAY_PKGCONFIG_INSTALL_DIR ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+file(RELATIVE_PATH PASSWAY_PC_TO_PREFIX /${PASSWAY_PKGCONFIG_INSTALL_DIR} /)
+string(REGEX REPLACE "/$" "" PASSWAY_PC_TO_PREFIX "${PASSWAY_PC_TO_PREFIX}")
+configure_file(${CMAKE_CURRENT_LIST_DIR}/passway.pc.in ${CMAKE_BINARY_DIR}/package/passway.pc @ONLY)
+install(FILES ${CMAKE_BINARY_DIR}/package/passway.pc DESTINATION ${PASSWAY_PKGCONFIG_INSTALL_DIR}
+        COMPONENT dev EXCLUDE_FROM_ALL)
