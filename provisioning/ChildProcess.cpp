@@ -2,11 +2,44 @@
 #include "ChildProcess.h"
 
 #include <cerrno>
+#include <csignal>
 #include <cstring>
+#include <ctime>
 #include <fcntl.h>
+#include <pthread.h>
 #include <unistd.h>
 
 #include "PluginLog.h"
+
+int writeHoldingOffSigpipe(int fd, const char* data, size_t length) {
+    sigset_t pipeOnly, previous, pending;
+    sigemptyset(&pipeOnly);
+    sigaddset(&pipeOnly, SIGPIPE);
+    sigemptyset(&pending);
+    sigpending(&pending);
+    bool alreadyPending = sigismember(&pending, SIGPIPE) == 1;  // someone else's: leave it be
+    pthread_sigmask(SIG_BLOCK, &pipeOnly, &previous);
+
+    int error = 0;
+    while (length > 0) {
+        ssize_t n = write(fd, data, length);
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            error = errno;
+            break;
+        }
+        data += n;
+        length -= static_cast<size_t>(n);
+    }
+    if (error == EPIPE && !alreadyPending) {
+        // The write raised SIGPIPE at this thread; take it while it is still blocked.
+        const struct timespec now = {0, 0};
+        while (sigtimedwait(&pipeOnly, nullptr, &now) < 0 && errno == EINTR) {
+        }
+    }
+    pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+    return error;
+}
 
 pid_t startWithInput(const char* path, const char* argument, const char* input, const ChildLogTexts& texts) {
     int channel[2];
@@ -23,7 +56,11 @@ pid_t startWithInput(const char* path, const char* argument, const char* input, 
     }
     if (pid == 0) {
         close(channel[1]);
-        if (channel[0] != 0 && dup2(channel[0], 0) != 0) close(channel[0]);  // kept as it has always been
+        if (channel[0] != 0) {
+            if (dup2(channel[0], 0) != 0) close(channel[0]);  // kept as it has always been
+        } else {
+            fcntl(0, F_SETFD, 0);  // the read end already is descriptor 0: let it live through the exec
+        }
         if (texts.beforeExec != nullptr) PluginWriteLog(2, texts.beforeExec, path, argument);
         if (argument != nullptr)
             execl(path, path, argument, static_cast<char*>(nullptr));
@@ -35,9 +72,8 @@ pid_t startWithInput(const char* path, const char* argument, const char* input, 
     }
     close(channel[0]);
     size_t length = input != nullptr ? strlen(input) : 0;
-    if (length > 0 && write(channel[1], input, length) < 0) {
-        // The child sees the end of its input; what it makes of that is its own affair.
-    }
+    int error = writeHoldingOffSigpipe(channel[1], input, length);
+    if (error != 0) PluginWriteLog(0, texts.writeFailed, error, strerror(error));
     close(channel[1]);
     return pid;
 }

@@ -6,15 +6,22 @@
 
 // The log lines of one kind of child (printf formats, levels as noted).
 struct ChildLogTexts {
-    const char* pipeError;   // level 0, given errno
-    const char* forkError;   // level 0, given errno
-    const char* beforeExec;  // level 2 in the child, given the path and the argument; may be null
-    const char* execFailed;  // level 0 in the child, given errno and its text
+    const char* pipeError;    // level 0, given errno
+    const char* forkError;    // level 0, given errno
+    const char* beforeExec;   // level 2 in the child, given the path and the argument; may be null
+    const char* execFailed;   // level 0 in the child, given errno and its text
+    const char* writeFailed;  // level 0, given errno and its text: the child took not all of its input
 };
 
 // Starts `path` (argv[0] = path, then `argument` when it is not null) with `input` written to its standard
 // input in one go and the input then closed. Returns the child's pid, or -1 after logging the step that
-// failed. The pipe is close-on-exec: only the child's standard input keeps it.
+// failed. The child always gets the pipe as its standard input, even when this process runs with
+// descriptor 0 closed; no other descriptor of the pipe survives its exec. A child that ends before it has
+// read its input fails the write (logged), never this process: SIGPIPE is held off around the write.
 pid_t startWithInput(const char* path, const char* argument, const char* input, const ChildLogTexts& texts);
+
+// Writes `length` bytes to `fd` with SIGPIPE blocked for this thread, and takes back the SIGPIPE that a
+// reader gone away raised, so that it is never delivered. Returns 0, or the errno of the failed write.
+int writeHoldingOffSigpipe(int fd, const char* data, size_t length);
 
 #endif

@@ -50,6 +50,26 @@ int NeedInstall(UPropertyList& params) {
     return 1;
 }
 
+namespace {
+
+constexpr int kTermGraceMs = 1000;  // how long an installer may take to end after SIGTERM
+constexpr int kTermPollMs = 20;
+
+// Reaps an installer that was sent SIGTERM. One that is still there after the grace gets SIGKILL, so the
+// browser's thread never waits on it for longer and no zombie stays behind.
+void reapStoppedInstaller(pid_t pid) {
+    for (int waited = 0; waited < kTermGraceMs; waited += kTermPollMs) {
+        if (waitpid(pid, nullptr, WNOHANG) != 0) return;
+        Sleep(kTermPollMs);
+    }
+    PluginWriteLog(0, "[InstallVPN] - installer %d outlived SIGTERM, sending SIGKILL\n", static_cast<int>(pid));
+    kill(pid, SIGKILL);
+    while (waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
+    }
+}
+
+}  // namespace
+
 int InstallVPN(struct_nsPluginInstance* record, const char* password, const char* installMethod, CString package) {
     PluginWriteLog(4, "[InstallVPN] with new location = %s\n", static_cast<const char*>(package));
     char path[400] = {};
@@ -61,7 +81,8 @@ int InstallVPN(struct_nsPluginInstance* record, const char* password, const char
     const char* argument = installMethod != nullptr && strstr(installMethod, "sudo") != nullptr ? "SUDO" : "SU";
     static const ChildLogTexts kInstallerTexts = {"[InstallVPN] pipe error=%d\n", "[InstallVPN] fork error=%d\n",
                                                   "[InstallVpn] cmd='%s'; param='%s'\n",
-                                                  "[InstallVPN] - exec() failed=%d\n"};
+                                                  "[InstallVPN] - exec() failed=%d\n",
+                                                  "[InstallVPN] - cannot hand the password to the installer=%d (%s)\n"};
     pid_t pid = startWithInput(path, argument, password, kInstallerTexts);
     if (pid < 0) return RESULT_INSTALL_FAILED;
 
@@ -85,11 +106,11 @@ int InstallVPN(struct_nsPluginInstance* record, const char* password, const char
             result = status;
         }
     } else {
-        kill(pid, SIGTERM);
-        if (!ended) waitpid(pid, nullptr, 0);  // reap it: no zombie is left behind
+        if (!ended) kill(pid, SIGTERM);  // one that ended by a signal is already reaped: its pid is free
         PluginWriteLog(0, "[InstallVPN] installation error code =%d. Exit status (WEXITSTATUS(res))= %d. WIFEXITED(res)=%d\n",
                        status, WEXITSTATUS(status), WIFEXITED(status) ? 1 : 0);
         record->url->Format("%s%d", "", WEXITSTATUS(status));
+        if (!ended) reapStoppedInstaller(pid);
         result = RESULT_INSTALL_FAILED;
     }
     if (remove(path) == 0) PluginWriteLog(3, "[InstallVPN] file remove error=%d,reason=%s.\n", errno, strerror(errno));

@@ -17,14 +17,22 @@
 #include "ServiceChannel.h"
 
 namespace {
-// The pid the pid file names: 0 when it holds no number, -1 when there is no pid file.
-int readPidFile() {
+// Reads the pid the pid file names into `pid` (0 when it holds no number): false when there is no pid file.
+bool readPidFile(int& pid) {
+    pid = 0;
     FILE* f = fopen(TUNVO_PID_FILE, "re");
-    if (f == nullptr) return -1;
-    int pid = 0;
+    if (f == nullptr) return false;
     if (fscanf(f, "%d", &pid) != 1) pid = 0;
     fclose(f);
-    return pid;
+    return true;
+}
+
+// A negative number names no process: given to kill, it would signal a whole process group (-1: every
+// process of the user). Such a pid is logged and never signalled.
+bool namesNoProcess(int pid) {
+    if (pid >= 0) return false;
+    PluginWriteLog(0, "[LaunchVPN] - pid file %s holds a negative pid (%d): not signalled\n", TUNVO_PID_FILE, pid);
+    return true;
 }
 }  // namespace
 
@@ -58,11 +66,12 @@ int LaunchVPN(const char* params, int mode) {
     if (params == nullptr) params = "";
     PluginWriteLog(4, "[LaunchVPN]('%s', '%d')\n", params, mode);
     if (mode != 0) {
-        int pid = readPidFile();
-        if (pid < 0) {
+        int pid;
+        if (!readPidFile(pid)) {
             PluginWriteLog(0, "[LaunchVPN] - no pid file (%s)\n", TUNVO_PID_FILE);
             return RESULT_LAUNCH_FAILED;
         }
+        if (namesNoProcess(pid)) return RESULT_LAUNCH_FAILED;
         PluginWriteLog(2, "[LaunchVPN] - about to kill %d\n", pid);
         kill(pid, SIGTERM);  // ownership is not tested here: the service's own pid file names it
         return RESULT_LAUNCH_FAILED;
@@ -72,8 +81,8 @@ int LaunchVPN(const char* params, int mode) {
     table.initFromValNameString(params, '&', '=');
     if (NeedInstall(table) != 0) return RESULT_NOT_INSTALLED;
 
-    int pid = readPidFile();
-    if (pid >= 0 && kill(pid, 0) != -1) {
+    int pid;
+    if (readPidFile(pid) && !namesNoProcess(pid) && kill(pid, 0) != -1) {
         if (TunvoOwnsPid(pid)) {
             PluginWriteLog(0, "[LaunchVPN] tunvo server already launched, pid=%d\n", pid);
             return RESULT_ALREADY_RUNNING;
@@ -82,7 +91,8 @@ int LaunchVPN(const char* params, int mode) {
     }
 
     static const ChildLogTexts kServiceTexts = {"[LaunchVPN] pipe error = %d\n", "[LaunchVPN] fork error = %d\n",
-                                                nullptr, "[LaunchVPN] - execl failed=%d (%s)\n"};
+                                                nullptr, "[LaunchVPN] - execl failed=%d (%s)\n",
+                                                "[LaunchVPN] - cannot hand the parameters to the service=%d (%s)\n"};
     pid_t child = startWithInput(TUNVO_EXECUTABLE, nullptr, params, kServiceTexts);
     if (child < 0) return RESULT_LAUNCH_FAILED;
 

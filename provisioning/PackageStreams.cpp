@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <climits>
 #include <cstring>
+#include <cstdlib>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -24,13 +25,14 @@ bool acceptedPackageType(const char* type) {
     return false;
 }
 
-// Creates the package file exclusively and owner-only: an existing name or link is never followed.
-FILE* createPackageFile(const char* name) {
-    int fd = open(name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
-    if (fd < 0) return nullptr;
-    FILE* f = fdopen(fd, "wb");
-    if (f == nullptr) close(fd);
-    return f;
+// Makes a new package file in the system's temporary folder, exclusively and owner-only (mode 0600; an
+// existing name or link is never followed), and puts its name in `name`. Returns its descriptor, or -1
+// with errno set when no file could be made.
+int makePackageFile(CString& name) {
+    char path[] = P_tmpdir "/fileXXXXXX";
+    int fd = mkostemp(path, O_CLOEXEC);
+    if (fd >= 0) name = path;
+    return fd;
 }
 
 streamData* requestOf(NPStream* stream) { return stream != nullptr ? static_cast<streamData*>(stream->notifyData) : nullptr; }
@@ -103,16 +105,19 @@ NPError PluginInstance_NewStream(struct_nsPluginInstance* record, NPMIMEType typ
                 }
                 record->received = 0;
                 notifyProgress(record);
-                const char* name = tmpnam(nullptr);
-                PluginWriteLog(4, "[PluginInstance_NewStream]  New tmp file name=%s\n", name);
-                if (name == nullptr) {
+                CString name;
+                int fd = makePackageFile(name);
+                if (fd < 0) {
                     PluginWriteLog(3, "[PluginInstance_NewStream]  Cannot create tmp name error=%d\n", errno);
                     return NPERR_GENERIC_ERROR;
                 }
+                PluginWriteLog(4, "[PluginInstance_NewStream]  New tmp file name=%s\n", static_cast<const char*>(name));
                 request->fileName = name;
-                request->fp = createPackageFile(name);
+                request->fp = fdopen(fd, "wb");
                 if (request->fp == nullptr) {
-                    PluginWriteLog(4, "[PluginInstance_NewStream]  Cannot create file(%s), err=%d\n", name, errno);
+                    PluginWriteLog(4, "[PluginInstance_NewStream]  Cannot create file(%s), err=%d\n",
+                                   static_cast<const char*>(name), errno);
+                    close(fd);
                     return NPERR_GENERIC_ERROR;
                 }
                 record->md5.Init();

@@ -42,7 +42,7 @@ CString closeOnExec(const char* mode) {
 // ---- UFileErrorLogBase ------------------------------------------------------------
 
 UFileErrorLogBase::UFileErrorLogBase()
-    : m_processId(static_cast<int>(GetCurrentProcessId())), m_rotationSize(5242880), m_cachedSecond(-1) {}
+    : m_processId(static_cast<int>(GetCurrentProcessId())), m_rotationSize(5242880), m_cachedSecond(-1), m_cachedThread(0) {}
 
 void UFileErrorLogBase::setParam(const char* name, const char* value) {
     if (name != nullptr && strcmp(name, "module_name") == 0) {
@@ -78,15 +78,18 @@ void UFileErrorLogBase::generateFileHeader(CString& header) {
 }
 
 void UFileErrorLogBase::generateLogLineHeader(CString& header) {
-    // The header names the second only (milliseconds always read 000): make it once per second.
+    // The header names the second only (milliseconds always read 000): make it once per second and
+    // writer, so that a line written by a forked child names the child.
     time_t now = time(nullptr);
-    if (now != m_cachedSecond) {
+    DWORD thread = GetCurrentThreadId();
+    if (now != m_cachedSecond || thread != m_cachedThread) {
         SYSTEMTIME st;
         GetSystemTime(&st);
         m_cachedHeader.Format("%04d-%02d-%02d,%2d:%02d:%02d:%03d, %d,%d,%s, ", st.wYear, st.wMonth, st.wDay,
                               st.wHour, st.wMinute, st.wSecond, st.wMilliseconds, m_processId,
-                              static_cast<int>(GetCurrentThreadId()), static_cast<const char*>(m_moduleName));
+                              static_cast<int>(thread), static_cast<const char*>(m_moduleName));
         m_cachedSecond = now;
+        m_cachedThread = thread;
     }
     header = m_cachedHeader;
 }

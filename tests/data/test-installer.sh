@@ -4,10 +4,17 @@
 # records what it was given, so that tests can check both. Set by the test, in the environment:
 #   PASSWAY_TEST_ROOT  the test plug-in's install root     FAKE_SERVICE     the service program
 #   INSTALLER_EXIT     exit code (default 0)               INSTALLER_SLEEP  seconds to wait first (default 0)
+#   INSTALLER_IGNORE_TERM  when set, ignores SIGTERM and only waits
+# Its pid goes to var/run/installer.pid.
 root="$PASSWAY_TEST_ROOT"
 password=$(cat)
 mkdir -p "$root/etc" "$root/var/run"
 printf '%s\n%s\n' "$1" "$password" > "$root/var/run/installer.log"
+echo $$ > "$root/var/run/installer.pid"
+if [ -n "$INSTALLER_IGNORE_TERM" ]; then
+    trap '' TERM
+    exec sleep "${INSTALLER_SLEEP:-0}"
+fi
 # Waits so that SIGTERM ends the wait at once (and takes the sleep with it).
 trap 'kill $pause 2>/dev/null; exit 143' TERM
 sleep "${INSTALLER_SLEEP:-0}" &

@@ -1,6 +1,9 @@
 // Installing the client from the portal, as the portal and the user see it: the download with its
 // progress, the signature check, the installer, and the launch rules for what is found installed.
+#include <cerrno>
 #include <csignal>
+#include <cstdio>
+#include <functional>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -25,6 +28,7 @@ protected:
         setenv("FAKE_SERVICE", FAKE_SERVICE, 1);
         unsetenv("INSTALLER_EXIT");
         unsetenv("INSTALLER_SLEEP");
+        unsetenv("INSTALLER_IGNORE_TERM");
         package = readFile(TEST_INSTALLER);
         ASSERT_FALSE(package.empty());
         ASSERT_EQ(0, browser.initialize());
@@ -240,3 +244,130 @@ TEST_F(ProvisioningTest, StoppingWithAnEmptyPidFileSignalsTheWholeProcessGroup) 
 }
 
 }  // namespace
+
+// ---- children never hurt the browser -------------------------------------------------------------
+
+namespace {
+
+// Runs `action` in a child process of the test, with SIGPIPE at its default disposition as in a browser
+// that never touched it, and a watchdog: returns the child's wait status (exited with the action's result
+// when the action came back).
+int inBrowserProcess(const std::function<int()>& action, unsigned watchdogSeconds = 30) {
+    pid_t child = fork();
+    if (child == 0) {
+        signal(SIGPIPE, SIG_DFL);
+        alarm(watchdogSeconds);
+        _exit(action());
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    return status;
+}
+
+std::string describe(int status) {
+    if (WIFSIGNALED(status)) return "the browser process died of signal " + std::to_string(WTERMSIG(status));
+    return "the browser process exited with " + std::to_string(WEXITSTATUS(status));
+}
+
+// The process and thread columns of the first log line that holds `text` ({0, 0} when none does).
+std::pair<int, int> writerOf(const std::string& log, const std::string& text) {
+    size_t at = log.find(text);
+    if (at == std::string::npos) return {0, 0};
+    size_t start = log.rfind('\n', at) + 1;  // npos + 1 == 0 for the first line
+    int process = 0, thread = 0;
+    // date,time, process,thread,module, ...
+    size_t third = log.find(',', log.find(',', start) + 1) + 1;
+    sscanf(log.c_str() + third, "%d,%d", &process, &thread);
+    return {process, thread};
+}
+
+const std::string kBigText(200000, 'x');  // more than a pipe holds: the write waits for the reader
+
+}  // namespace
+
+TEST_F(ProvisioningTest, AnInstallerThatCannotRunFailsTheInstallNotTheBrowser) {
+    package = "#!/nonexistent/interpreter\n";
+    int status = inBrowserProcess([&] {
+        browser.serve(kPackageUrl, "application/x-tar", package);
+        browser.create({{"_installvpn", "1"}, {"hostrooturl", "http://portal.test"}, {"tunvourl", "/client/package"},
+                        {"tunvosize", "1"}, {"signature", signatureOf(package)}, {"_installmethod", "sudo"},
+                        {"_userpassword", kBigText}});
+        browser.pump();
+        return browser.pageCalls().back() == "javascript:VPNInstallationFailed()" ? 0 : 1;
+    });
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << describe(status);
+    EXPECT_TRUE(logged("[InstallVPN] - exec() failed=2\n"));
+    EXPECT_TRUE(logged("[InstallVPN] - cannot hand the password to the installer=32 (Broken pipe)\n"));
+    EXPECT_TRUE(logged("[InstallVPN] - install proc exited with 255\n"));
+    int installer = writerOf(log(), "[InstallVpn] cmd='").second;
+    EXPECT_NE(0, installer);
+    EXPECT_NE(writerOf(log(), "[InstallVPN] - install proc exited").second, installer)
+        << "the installer's own lines name it as their writer";
+}
+
+TEST_F(ProvisioningTest, AServiceThatCannotRunFailsTheLaunchNotTheBrowser) {
+    TestRoot::installClient();
+    chmod((kRoot + "tunvo_x86_64").c_str(), 04644);  // healthy by its bits, but not executable
+    int status = inBrowserProcess([&] {
+        NPError created = NPERR_NO_ERROR;
+        browser.create({{"last_param", "1"}, {"big", kBigText}}, &created);
+        return created == NPERR_OUT_OF_MEMORY_ERROR ? 0 : 1;
+    });
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << describe(status);
+    EXPECT_TRUE(logged("[LaunchVPN] - execl failed=13 (Permission denied)\n"));
+    EXPECT_TRUE(logged("[LaunchVPN] - cannot hand the parameters to the service=32 (Broken pipe)\n"));
+    int service = writerOf(log(), "[LaunchVPN] - execl failed=").second;
+    EXPECT_NE(0, service);
+    EXPECT_NE(writerOf(log(), "LaunchVPN() - exited with 255").second, service) << "the child's line names the child";
+}
+
+TEST_F(ProvisioningTest, AnInstallerThatIgnoresSigtermIsKilledAndReaped) {
+    setenv("INSTALLER_IGNORE_TERM", "1", 1);
+    setenv("INSTALLER_SLEEP", "60", 1);
+    int status = inBrowserProcess([&] {
+        install(signatureOf(package));
+        int installer = std::stoi("0" + readFile(kRoot + "var/run/installer.pid"));
+        // Reaped: not even a zombie of this process is left to answer a signal.
+        return installer > 0 && kill(installer, 0) == -1 && errno == ESRCH ? 0 : 1;
+    });
+    unsetenv("INSTALLER_IGNORE_TERM");
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0)
+        << describe(status) << " (14 is the watchdog: the installer held the browser's thread)";
+    EXPECT_TRUE(logged("outlived SIGTERM, sending SIGKILL\n"));
+    EXPECT_TRUE(logged("[NS_InstallVpn] call GetURL, buf='javascript:VPNInstallationFailed()'\n"));
+}
+
+TEST_F(ProvisioningTest, ChildrenGetTheirInputWhenTheBrowserHasNoStandardInput) {
+    int status = inBrowserProcess([&] {
+        close(0);
+        install(signatureOf(package));
+        FakeBrowser::Instance* instance = browser.create({{"last_param", "1"}, {"user", "bob"}});
+        int service = TestRoot::servicePid();
+        browser.destroy(instance);
+        return service != 0 ? 0 : 1;
+    });
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << describe(status);
+    EXPECT_EQ("SUDO\npass word\n", installerLog());
+    EXPECT_EQ(0u, readFile(kRoot + "var/run/params.txt").find("user=bob&browser_pid="));
+}
+
+TEST_F(ProvisioningTest, ANegativePidIsNeverSignalled) {
+    // A process group that cannot exist: were the pid signalled, nothing would be hurt.
+    const std::string negative = "-2147483647";
+    const std::string line = "[LaunchVPN] - pid file " + kRoot + "var/run/tunvo.pid holds a negative pid (" + negative +
+                             "): not signalled\n";
+    TestRoot::installClient();
+    writeFile(kRoot + "var/run/tunvo.pid", negative);
+    FakeBrowser::Instance* instance = browser.create({{"last_param", "1"}});
+    EXPECT_NE(0, TestRoot::servicePid()) << "the service is started as when there is no pid file";
+    EXPECT_TRUE(logged(line));
+
+    TestRoot::stopService();
+    writeFile(kRoot + "var/run/tunvo.pid", negative);
+    std::string before = log();
+    browser.destroy(instance);
+    std::string stop = log().substr(before.size());
+    EXPECT_NE(std::string::npos, stop.find(line));
+    EXPECT_EQ(std::string::npos, stop.find("no pid file"));
+    EXPECT_EQ(std::string::npos, stop.find("about to kill"));
+}
