@@ -13,6 +13,7 @@ import sys
 import time
 import urllib.parse
 
+sys.dont_write_bytecode = True  # importing the shared module leaves no __pycache__ in the source tree
 from demo_setup import DemoPortal, read
 
 QT_PYTHON = '/usr/bin/python3'  # the Qt bindings live with Debian's interpreter

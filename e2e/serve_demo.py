@@ -16,6 +16,7 @@ import sys
 import time
 import urllib.parse
 
+sys.dont_write_bytecode = True  # importing the shared module leaves no __pycache__ in the source tree
 from demo_setup import DemoPortal, listening
 
 SERVICE_PORT = 44444  # where the plug-in finds the service: fixed in the plug-in
@@ -79,12 +80,11 @@ def main():
         print('serve-demo: the portal server stopped (exit %d)' % portal.server.returncode, file=sys.stderr)
         return 1
     except KeyboardInterrupt:
-        print()
         return 0
     finally:
         portal.close()
-        print('serve-demo: stopped the portal server and the stand-in service, removed %s' % portal.work,
-              flush=True)
+        print('\nserve-demo: stopped the portal server and the stand-in service, removed %s' % portal.work,
+              file=sys.stderr, flush=True)
 
 
 if __name__ == '__main__':
