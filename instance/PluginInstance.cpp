@@ -94,10 +94,11 @@ void readParameters(const nsPluginCreateData* create, struct_nsPluginInstance* r
         } else if (strstr(name, "tunvosize") != nullptr) {
             *record->tunvoSize = value;
         } else {
-            p.text += name;
-            p.text += "=";
-            p.text += value;
-            p.text += "&";
+            // Grown geometrically: thousands of long parameters still cost time in step with their length.
+            AppendGrowing(p.text, name);
+            AppendGrowing(p.text, "=", 1);
+            AppendGrowing(p.text, value);
+            AppendGrowing(p.text, "&", 1);
         }
     }
 }

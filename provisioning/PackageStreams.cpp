@@ -2,8 +2,6 @@
 // temporary file hashed as it arrives, and the download's page calls.
 #include <cerrno>
 #include <cstdio>
-#include <algorithm>
-#include <climits>
 #include <cstring>
 #include <cstdlib>
 #include <fcntl.h>
@@ -38,20 +36,6 @@ int makePackageFile(CString& name) {
 streamData* requestOf(NPStream* stream) { return stream != nullptr ? static_cast<streamData*>(stream->notifyData) : nullptr; }
 const char* urlOf(NPStream* stream) { return stream != nullptr && stream->url != nullptr ? stream->url : ""; }
 unsigned int idOf(NPStream* stream) { return static_cast<unsigned int>(reinterpret_cast<uintptr_t>(stream)); }
-
-// Appends a piece of a reply body. The buffer grows by doubling, so a reply that comes in many pieces
-// costs linear time rather than a full copy per piece.
-void appendPiece(CString& data, const char* piece, int32_t len) {
-    long long need = static_cast<long long>(data.GetLength()) + len;
-    if (need > data.GetAllocLength()) {
-        long long grown = std::max(need, 2LL * data.GetLength());
-        data.GetBuffer(static_cast<int>(std::min<long long>(grown, INT_MAX / 2)));
-    }
-    int old = data.GetLength();
-    char* p = data.GetBuffer(static_cast<int>(need));
-    memcpy(p + old, piece, static_cast<size_t>(len));
-    data.ReleaseBuffer(static_cast<int>(need));
-}
 
 }  // namespace
 
@@ -148,7 +132,7 @@ int32_t PluginInstance_Write(struct_nsPluginInstance* record, NPStream* stream, 
     if (len <= 0 || buffer == nullptr) return len;  // nothing to take
     switch (request->type) {
         case NOTIFY_S_JS: case NOTIFY_TUNVO_HTTP:
-            appendPiece(*record->data, static_cast<const char*>(buffer), len);
+            AppendGrowing(*record->data, static_cast<const char*>(buffer), len);  // linear in the reply
             break;
         case NOTIFY_SERVER_HTTP: {
             size_t written = request->fp != nullptr ? fwrite(buffer, 1, static_cast<size_t>(len), request->fp) : 0;

@@ -2,6 +2,7 @@
 // The sharing rules are written down in inc/String.
 #include "String"
 
+#include <algorithm>
 #include <cctype>
 #include <climits>
 #include <cstddef>
@@ -534,4 +535,18 @@ void CString::FreeExtra() {
         memcpy(m_pchData, old->data(), static_cast<size_t>(old->dataLength));
         Release(old);
     }
+}
+
+void AppendGrowing(CString& text, const char* piece, int length) {
+    if (length <= 0) return;
+    long long need = static_cast<long long>(text.GetLength()) + length;
+    if (need > INT_MAX) throw std::bad_alloc();
+    if (need > text.GetAllocLength()) {
+        long long grown = std::max(need, 2LL * text.GetLength());
+        text.GetBuffer(static_cast<int>(std::min<long long>(grown, std::max<long long>(need, INT_MAX / 2))));
+    }
+    int old = text.GetLength();
+    char* p = text.GetBuffer(static_cast<int>(need));
+    memcpy(p + old, piece, static_cast<size_t>(length));
+    text.ReleaseBuffer(static_cast<int>(need));
 }
