@@ -36,7 +36,10 @@ std::shared_ptr<const std::string> package() {
 void benchHome() {
     static bool made = [] {
         static char home[] = "/tmp/passway-download-XXXXXX";
-        mkdtemp(home);
+        if (mkdtemp(home) == nullptr) {
+            perror("mkdtemp");
+            exit(1);
+        }
         setenv("HOME", home, 1);
         atexit([] { (void)!system((std::string("rm -rf '") + home + "'").c_str()); });
         return true;
