@@ -1,0 +1,49 @@
+# The Debian package: `cpack -G DEB` in the build folder makes passway-plugin_<version>_<arch>.deb from
+# the plugin and tools components (never dev), installed under /usr whatever the build's prefix:
+#   /usr/lib/mozilla/plugins/libtunvo_plugin.so, /usr/bin/passway-sign, /usr/share/doc/passway-plugin/
+# Binaries are stripped; dpkg-shlibdeps works out the dependencies. A deployment names its own
+# maintainer with -DCPACK_DEBIAN_PACKAGE_MAINTAINER="Name <address>".
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME passway-plugin)
+set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+set(CPACK_PACKAGE_VENDOR Orvane)
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Orvane Passway browser plug-in for VPN portals")
+# The summary above is the first line; this is the rest (lines of at most 80 characters).
+set(CPACK_DEBIAN_PACKAGE_DESCRIPTION "The NPAPI plug-in that a VPN portal page embeds, with the MIME type
+application/x-orvane-sslvpn. It checks whether the local VPN client service is
+installed and current, downloads the client package from the portal, verifies
+its RSA signature against the certificate compiled into the plug-in, installs
+it, starts and stops the service, and relays messages between the page and the
+service.
+.
+Also contains passway-sign, which signs client packages for the portal.")
+
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_COMPONENTS_GROUPING ALL_COMPONENTS_IN_ONE)
+set(CPACK_COMPONENTS_ALL plugin tools)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SECTION net)
+set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
+if(NOT CPACK_DEBIAN_PACKAGE_MAINTAINER)
+  set(CPACK_DEBIAN_PACKAGE_MAINTAINER "Orvane Passway maintainers <passway@orvane.example>")
+endif()
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+
+# The package's changelog (Debian policy wants one in every package), compressed as lintian expects.
+# Its date is the configure time, or SOURCE_DATE_EPOCH when set.
+string(TIMESTAMP changelog_date "%a, %d %b %Y %H:%M:%S +0000" UTC)
+file(CONFIGURE OUTPUT ${CMAKE_BINARY_DIR}/package/changelog CONTENT "\
+${CPACK_PACKAGE_NAME} (${CPACK_PACKAGE_VERSION}) unstable; urgency=medium
+
+  * Built by CPack from the Passway sources, version ${CPACK_PACKAGE_VERSION}.
+
+ -- ${CPACK_DEBIAN_PACKAGE_MAINTAINER}  ${changelog_date}
+")
+execute_process(COMMAND gzip -9nc ${CMAKE_BINARY_DIR}/package/changelog
+                OUTPUT_FILE ${CMAKE_BINARY_DIR}/package/changelog.gz COMMAND_ERROR_IS_FATAL ANY)
+install(FILES ${CMAKE_BINARY_DIR}/package/changelog.gz DESTINATION ${PASSWAY_DOC_INSTALL_DIR} COMPONENT plugin)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+
+include(CPack)
