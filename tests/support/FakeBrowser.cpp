@@ -3,48 +3,12 @@
 #include <arpa/inet.h>
 #include <cstdlib>
 #include <cstring>
-#include <dlfcn.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 namespace {
-
-FakeBrowser* g_browser = nullptr;
-
-NPError browserGetURL(NPP instance, const char* url, const char* target) {
-    return g_browser->requestUrl(instance, url, target, nullptr, false, "geturl");
-}
-NPError browserGetURLNotify(NPP instance, const char* url, const char* target, void* notifyData) {
-    return g_browser->requestUrl(instance, url, target, notifyData, true, "geturlnotify");
-}
-const char* browserUserAgent(NPP instance) {
-    g_browser->record({"uagent", "", nullptr, instance});
-    return g_browser->userAgent.c_str();
-}
-NPError browserSetValue(NPP instance, NPPVariable variable, void* value) {
-    g_browser->record({"setvalue", std::to_string(variable) + "=" + std::to_string(reinterpret_cast<uintptr_t>(value)),
-                       nullptr, instance});
-    return NPERR_NO_ERROR;
-}
-NPError browserGetValue(NPP instance, NPNVariable variable, void*) {
-    g_browser->record({"getvalue", std::to_string(variable), nullptr, instance});
-    return NPERR_GENERIC_ERROR;
-}
-void* browserMemAlloc(uint32_t size) { return malloc(size); }
-void browserMemFree(void* p) { free(p); }
-NPError browserPostURL(NPP instance, const char* url, const char*, uint32_t, const char*, NPBool) {
-    g_browser->record({"posturl", url != nullptr ? url : "", nullptr, instance});
-    return NPERR_GENERIC_ERROR;
-}
-NPError browserPostURLNotify(NPP instance, const char* url, const char*, uint32_t, const char*, NPBool, void* data) {
-    g_browser->record({"posturlnotify", url != nullptr ? url : "", data, instance});
-    return NPERR_GENERIC_ERROR;
-}
-void browserStatus(NPP instance, const char* message) {
-    g_browser->record({"status", message != nullptr ? message : "", nullptr, instance});
-}
 
 // "javascript:name(argument)" -> name and argument; a single-quoted argument loses its quotes.
 std::pair<std::string, std::string> pageCall(const std::string& url) {
@@ -60,84 +24,37 @@ std::pair<std::string, std::string> pageCall(const std::string& url) {
 
 }  // namespace
 
-FakeBrowser::FakeBrowser(const std::string& pluginPath) {
-    g_browser = this;
-    m_library = dlopen(pluginPath.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (m_library == nullptr) return;
-    m_initialize = reinterpret_cast<NP_InitializeFunc>(dlsym(m_library, "NP_Initialize"));
-    m_shutdown = reinterpret_cast<NP_ShutdownFunc>(dlsym(m_library, "NP_Shutdown"));
-    getMIMEDescription = reinterpret_cast<NP_GetMIMEDescriptionFunc>(dlsym(m_library, "NP_GetMIMEDescription"));
-    getValue = reinterpret_cast<NP_GetValueFunc>(dlsym(m_library, "NP_GetValue"));
+FakeBrowser::FakeBrowser(const std::string& pluginPath) : m_host(pluginPath, *this) {
+    getMIMEDescription = m_host.getMIMEDescription;
+    getValue = m_host.getValue;
 }
 
-FakeBrowser::~FakeBrowser() {
-    for (auto& instance : m_instances)
-        if (instance->npp.pdata != nullptr) plugin().destroy(&instance->npp, nullptr);
-    if (m_initialized && m_shutdown != nullptr) m_shutdown();
-    if (m_library != nullptr) dlclose(m_library);
-    g_browser = nullptr;
-}
-
-NPError FakeBrowser::initialize(uint16_t version, uint16_t size, uint16_t pluginTableSize) {
-    NPNetscapeFuncs funcs = {};
-    funcs.geturl = browserGetURL;
-    funcs.posturl = browserPostURL;
-    funcs.status = browserStatus;
-    funcs.uagent = browserUserAgent;
-    funcs.memalloc = browserMemAlloc;
-    funcs.memfree = browserMemFree;
-    funcs.geturlnotify = browserGetURLNotify;
-    funcs.posturlnotify = browserPostURLNotify;
-    funcs.getvalue = browserGetValue;
-    funcs.setvalue = browserSetValue;
-    m_browserTable.assign(std::max<size_t>(size, sizeof funcs), 0);
-    memcpy(m_browserTable.data(), &funcs, std::min<size_t>(size, sizeof funcs));
-    NPNetscapeFuncs* table = reinterpret_cast<NPNetscapeFuncs*>(m_browserTable.data());
-    table->size = size;
-    table->version = version;
-    memset(&m_pluginTable, 0, sizeof m_pluginTable);
-    m_pluginTable.funcs.size = pluginTableSize;
-    m_pluginTable.funcs.version = 27;
-    NPError result = m_initialize(table, &m_pluginTable.funcs);
-    m_initialized = result == NPERR_NO_ERROR;
-    return result;
-}
-
-FakeBrowser::Instance* FakeBrowser::create(const Parameters& parameters, NPError* result) {
-    m_instances.push_back(std::make_unique<Instance>());
-    Instance* instance = m_instances.back().get();
-    std::vector<char*> names, values;
-    for (const auto& p : parameters) {
-        instance->names.push_back(p.first);
-        instance->values.push_back(p.second);
-    }
-    for (size_t i = 0; i < parameters.size(); ++i) {
-        names.push_back(&instance->names[i][0]);
-        values.push_back(&instance->values[i][0]);
-    }
-    char type[] = "application/x-orvane-sslvpn";
-    NPError error = plugin().newp(type, &instance->npp, NP_EMBED, static_cast<int16_t>(parameters.size()),
-                                  names.data(), values.data(), nullptr);
-    if (result != nullptr) *result = error;
-    return instance;
-}
+FakeBrowser::~FakeBrowser() = default;
 
 NPError FakeBrowser::destroy(Instance* instance) {
-    NPError error = plugin().destroy(&instance->npp, nullptr);
+    NPError error = m_host.destroy(instance);
     for (auto& request : m_queue)
         if (request.instance == &instance->npp) request.instance = nullptr;  // the page is gone
     return error;
 }
 
-NPError FakeBrowser::requestUrl(NPP instance, const char* url, const char* target, void* notifyData, bool notify,
-                                const char* function) {
+NPError FakeBrowser::requestUrl(NPP instance, const char* url, const char* target, void* notifyData, bool notify) {
     std::string text = url != nullptr ? url : "";
     if (quiet && text.rfind("javascript:", 0) == 0) return NPERR_NO_ERROR;
-    if (!quiet) record({function, text, notifyData, instance});
+    if (!quiet) record({notify ? "geturlnotify" : "geturl", text, notifyData, instance});
     NPError refused = refuse(text);
     if (refused != NPERR_NO_ERROR) return refused;
     if (target == nullptr) m_queue.push_back({instance, text, notifyData, notify});
     return NPERR_NO_ERROR;
+}
+
+const char* FakeBrowser::userAgentOf(NPP instance) {
+    record({"uagent", "", nullptr, instance});
+    return userAgent.c_str();
+}
+
+void FakeBrowser::noteCall(const char* function, NPP instance, const std::string& detail, void* notifyData) {
+    record({function, detail, notifyData, instance});
 }
 
 std::vector<std::string> FakeBrowser::pageCalls() const {
@@ -204,39 +121,18 @@ FakeBrowser::Reply FakeBrowser::fetch(const std::string& url) {
 }
 
 void FakeBrowser::deliver(const Request& request, const Reply& reply) {
-    NPStream stream = {};
-    stream.url = request.url.c_str();
+    NpapiHost::Stream stream(m_host, request.instance, request.url, request.notifyData, request.notify);
     const std::string& body = *reply.body;
-    stream.end = static_cast<uint32_t>(body.size());
-    stream.notifyData = request.notifyData;
-    uint16_t stype = NP_NORMAL;
-    std::vector<char> type(reply.mimeType.begin(), reply.mimeType.end());
-    type.push_back('\0');
     NPReason reason = NPRES_DONE;
-    if (plugin().newstream(request.instance, type.data(), &stream, 0, &stype) != NPERR_NO_ERROR) {
-        reason = NPRES_NETWORK_ERR;
-    } else {
-        for (size_t offset = 0; offset < body.size();) {
-            int32_t ready = plugin().writeready(request.instance, &stream);
-            int32_t n = static_cast<int32_t>(std::min<size_t>({static_cast<size_t>(std::max(ready, 0)),
-                                                               static_cast<size_t>(chunkSize), body.size() - offset}));
-            if (n <= 0) break;
-            // The plug-in reads the piece in place, as from a browser's own buffer.
-            void* piece = const_cast<char*>(body.data() + offset);
-            int32_t taken = plugin().write(request.instance, &stream, static_cast<int32_t>(offset), n, piece);
-            if (taken <= 0) {
-                reason = NPRES_NETWORK_ERR;
-                break;
-            }
-            offset += static_cast<size_t>(taken);
-            if (cutAfterBytes > 0 && offset >= cutAfterBytes && offset < body.size()) {
-                reason = cutReason;
-                break;
-            }
-        }
-        plugin().destroystream(request.instance, &stream, reason);
+    if (stream.open(reply.mimeType, static_cast<uint32_t>(body.size()))) {
+        // The body arrives in pieces of chunkSize; a cut ends it early with cutReason.
+        size_t end = cutAfterBytes > 0 && cutAfterBytes < body.size() ? cutAfterBytes : body.size();
+        if (!stream.write(body.data(), end, static_cast<size_t>(std::max<int32_t>(chunkSize, 1))))
+            reason = NPRES_NETWORK_ERR;
+        else if (end < body.size())
+            reason = cutReason;
     }
-    if (request.notify) plugin().urlnotify(request.instance, request.url.c_str(), reason, request.notifyData);
+    stream.finish(reason);
 }
 
 void FakeBrowser::pump(int limit) {
@@ -250,15 +146,17 @@ void FakeBrowser::pump(int limit) {
             std::optional<std::string> value = page(call.first, call.second);
             if (value) {
                 deliver(request, {true, "text/plain", std::make_shared<const std::string>(*value)});
-            } else if (request.notify) {
-                plugin().urlnotify(request.instance, request.url.c_str(), NPRES_DONE, request.notifyData);
+            } else {
+                NpapiHost::Stream(m_host, request.instance, request.url, request.notifyData, request.notify)
+                    .finish(NPRES_DONE);
             }
             continue;
         }
         Reply reply = fetch(request.url);
         if (reply.ok)
             deliver(request, reply);
-        else if (request.notify)
-            plugin().urlnotify(request.instance, request.url.c_str(), NPRES_NETWORK_ERR, request.notifyData);
+        else
+            NpapiHost::Stream(m_host, request.instance, request.url, request.notifyData, request.notify)
+                .finish(NPRES_NETWORK_ERR);
     }
 }

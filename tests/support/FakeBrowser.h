@@ -1,5 +1,5 @@
-// A browser for tests: loads the plug-in with dlopen and drives it only through NP_Initialize and the
-// function tables, as a browser does. It records every call the plug-in makes into it, refuses chosen
+// A browser for tests, on the host's NPAPI core (host/NpapiHost): loads the plug-in with dlopen and drives
+// it only through NP_Initialize and the function tables, as a browser does. It records every call the plug-in makes into it, refuses chosen
 // requests, runs a scripted page for javascript: URLs (return values come back as text/plain streams),
 // fetches http://127.0.0.1 URLs over a real socket, and serves chosen URLs from memory; the replies are
 // delivered in chunks through the stream callbacks and ended with NPP_URLNotify.
@@ -18,9 +18,9 @@
 #include <utility>
 #include <vector>
 
-#include "NpapiTables.h"
+#include "NpapiHost.h"
 
-class FakeBrowser {
+class FakeBrowser : private NpapiHost::Handler {
 public:
     // One call the plug-in made into the browser.
     struct Call {
@@ -30,12 +30,8 @@ public:
         NPP instance = nullptr;
     };
     // One embed: the handle the plug-in sees and the parameters it was given.
-    struct Instance {
-        NPP_t npp{};
-        std::vector<std::string> names, values;
-        NPWindow window{};
-    };
-    using Parameters = std::vector<std::pair<std::string, std::string>>;
+    using Instance = NpapiHost::Instance;
+    using Parameters = NpapiHost::Parameters;
     // A page function: its name and argument text -> its return value, if any.
     using Page = std::function<std::optional<std::string>(const std::string& function, const std::string& argument)>;
 
@@ -44,16 +40,19 @@ public:
     FakeBrowser(const FakeBrowser&) = delete;
     FakeBrowser& operator=(const FakeBrowser&) = delete;
 
-    bool loaded() const { return m_library != nullptr; }
+    bool loaded() const { return m_host.loaded(); }
     NP_GetMIMEDescriptionFunc getMIMEDescription = nullptr;
     NP_GetValueFunc getValue = nullptr;
 
     // NP_Initialize with a browser table of this version and size (472 and 0.27 are today's).
-    NPError initialize(uint16_t version = 27, uint16_t size = 472, uint16_t pluginTableSize = 168);
-    const NPPluginFuncs& plugin() const { return m_pluginTable.funcs; }
+    NPError initialize(uint16_t version = 27, uint16_t size = 472, uint16_t pluginTableSize = 168) {
+        return m_host.initialize(version, size, pluginTableSize);
+    }
+    const NPPluginFuncs& plugin() const { return m_host.plugin(); }
 
     // NPP_New for an embed with these parameters; the instance stays owned by the browser.
-    Instance* create(const Parameters& parameters, NPError* result = nullptr);
+    Instance* create(const Parameters& parameters, NPError* result = nullptr) { return m_host.create(parameters, result); }
+    // NPP_Destroy; the element's queued requests are dropped, as its page is gone.
     NPError destroy(Instance* instance);
 
     // Runs queued requests, and those they cause, until none is left (at most `limit`).
@@ -83,12 +82,13 @@ public:
     std::vector<std::string> pageCalls() const;
     std::vector<std::string> httpRequests() const;
 
-    // Entry points for the plug-in's calls (through the table).
-    NPError requestUrl(NPP instance, const char* url, const char* target, void* notifyData, bool notify,
-                       const char* function);
+private:
+    // The plug-in's calls (NpapiHost::Handler).
+    NPError requestUrl(NPP instance, const char* url, const char* target, void* notifyData, bool notify) override;
+    const char* userAgentOf(NPP instance) override;
+    void noteCall(const char* function, NPP instance, const std::string& detail, void* notifyData) override;
     void record(Call call) { m_calls.push_back(std::move(call)); }
 
-private:
     struct Request {
         NPP instance;
         std::string url;
@@ -103,16 +103,7 @@ private:
     Reply fetch(const std::string& url);
     void deliver(const Request& request, const Reply& reply);
 
-    void* m_library = nullptr;
-    NP_InitializeFunc m_initialize = nullptr;
-    NP_ShutdownFunc m_shutdown = nullptr;
-    std::vector<unsigned char> m_browserTable;
-    union PluginTable {
-        NPPluginFuncs funcs;
-        unsigned char bytes[kPluginTableFullSize];
-    } m_pluginTable{};
-    bool m_initialized = false;
-    std::vector<std::unique_ptr<Instance>> m_instances;
+    NpapiHost m_host;
     std::deque<Request> m_queue;
     std::vector<Call> m_calls;
     std::map<std::string, std::pair<std::string, std::shared_ptr<const std::string>>> m_served;
