@@ -3,10 +3,7 @@
 #define PASSWAY_INSTANCE_SERVICECHANNEL_H
 
 #include "PluginInstance.h"
-
-#define TUNVO_SERVICE_HOST "127.0.0.1"
-#define TUNVO_SERVICE_PORT 44444
-#define TUNVO_SERVICE_URL "http://127.0.0.1:44444/vpn.php"
+#include "ServiceAddress.h"
 
 // Asks the service "?INFO" through the browser: 100 when handed over, -7 when the browser refused.
 int NS_ProbeVpn(struct_nsPluginInstance* record);

@@ -1,0 +1,13 @@
+// passway-host's log: one line per event on standard error, which the browser keeps with its own log.
+#ifndef PASSWAY_HOST_HOSTLOG_H
+#define PASSWAY_HOST_HOSTLOG_H
+
+#include <functional>
+#include <string>
+
+// printf-style; the line gets the prefix "passway-host: " and a line feed.
+void hostLog(const char* format, ...) __attribute__((format(printf, 1, 2)));
+// Where the lines go (standard error by default); tests catch them here.
+void setHostLogSink(std::function<void(const std::string& line)> sink);
+
+#endif

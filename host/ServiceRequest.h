@@ -1,0 +1,50 @@
+// One request of the plug-in to the local service, carried by the host itself over loopback: an HTTP/1.0
+// GET whose reply body goes to the plug-in as a stream while it arrives.
+#ifndef PASSWAY_HOST_SERVICEREQUEST_H
+#define PASSWAY_HOST_SERVICEREQUEST_H
+
+#include <ctime>
+#include <memory>
+#include <string>
+
+#include "NpapiHost.h"
+
+constexpr int kServiceSilenceSeconds = 120;  // a service silent this long ends the request (network error)
+
+// The request line's target for `url` as a browser sends it: path and query, the fragment left out, and
+// the bytes a browser escapes in them percent-encoded (space, quotes, <, >, control and non-ASCII bytes).
+std::string requestTarget(const std::string& url);
+
+class ServiceRequest {
+public:
+    ServiceRequest(NpapiHost& host, NPP instance, std::string url, void* notifyData, bool notify);
+    ~ServiceRequest();
+    ServiceRequest(const ServiceRequest&) = delete;
+    ServiceRequest& operator=(const ServiceRequest&) = delete;
+
+    // Connects and sends the request. On failure (a refused connection) the request is finished with a
+    // network error and no stream, and false is returned.
+    bool start();
+    // The socket to watch for input; -1 once finished.
+    int fd() const { return m_fd; }
+    // Takes what arrived; false once the request is over (the plug-in has been told).
+    bool onReadable();
+    // Ends the request with a network error when the service has been silent too long; false once over.
+    bool checkSilence(time_t now);
+    NPP instance() const { return m_stream.instance(); }
+    // Ends the request without telling the plug-in (its element is gone).
+    void abandon();
+
+private:
+    void finish(NPReason reason);
+    bool takeHeaders();
+
+    std::string m_url;
+    NpapiHost::Stream m_stream;
+    int m_fd = -1;
+    std::string m_headers;
+    bool m_headersDone = false;
+    time_t m_lastHeard = 0;
+};
+
+#endif
