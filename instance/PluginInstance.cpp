@@ -1,6 +1,7 @@
 // Instance creation, its parameters and its one action; teardown.
 #include "PluginInstance.h"
 
+#include <climits>
 #include <cstring>
 #include <new>
 #include <unistd.h>
@@ -65,40 +66,65 @@ struct Parameters {
     bool lastParam = false;
 };
 
-// Reads the parameters into the record and `p`. Names are tested by substring, in a fixed order; the
-// first that matches decides.
+// What a parameter is for, by its name. Names are tested by substring, in a fixed order; the first that
+// matches decides.
+enum class Role { Password, InstallMethod, Install, Probe, LastParam, HostRootUrl, Signature, TunvoUrl, TunvoSize,
+                  ForService };
+
+Role roleOf(const char* name) {
+    static const struct {
+        const char* part;
+        Role role;
+    } kRoles[] = {{"_userpassword", Role::Password}, {"_installmethod", Role::InstallMethod},
+                  {"_installvpn", Role::Install},    {"_probevpn", Role::Probe},
+                  {"last_param", Role::LastParam},   {"hostrooturl", Role::HostRootUrl},
+                  {"signature", Role::Signature},    {"tunvourl", Role::TunvoUrl},
+                  {"tunvosize", Role::TunvoSize}};
+    for (const auto& r : kRoles)
+        if (strstr(name, r.part) != nullptr) return r.role;
+    return Role::ForService;
+}
+
+// Reads the parameters into the record and `p`. The text for the service is sized first and made once, so
+// that thousands of long parameters cost time in step with their length.
 void readParameters(const nsPluginCreateData* create, struct_nsPluginInstance* record, Parameters& p) {
     int count = create->argc > 0 ? create->argc : 0;
     PluginWriteLog(4, "[NS_NewPluginInstance] Parsing input arguments, count='%d'\n", count);
+    auto nameAt = [&](int i) { return create->argn != nullptr && create->argn[i] != nullptr ? create->argn[i] : ""; };
+    auto valueAt = [&](int i) { return create->argv != nullptr && create->argv[i] != nullptr ? create->argv[i] : ""; };
+    long long textLength = sizeof "browser_pid=" + 48;
+    for (int i = 0; i < count; ++i)
+        if (roleOf(nameAt(i)) == Role::ForService) textLength += strlen(nameAt(i)) + strlen(valueAt(i)) + 2;
+    if (textLength < INT_MAX / 2) {
+        p.text.GetBuffer(static_cast<int>(textLength));
+        p.text.ReleaseBuffer(0);
+    }
     for (int i = 0; i < count; ++i) {
-        const char* name = create->argn != nullptr && create->argn[i] != nullptr ? create->argn[i] : "";
-        const char* value = create->argv != nullptr && create->argv[i] != nullptr ? create->argv[i] : "";
-        if (strstr(name, "_userpassword") != nullptr) {
-            p.password = value;
-            PluginWriteLog(5, "[NS_NewPluginInstance] _userpassword='%s'\n", "**********");
-        } else if (strstr(name, "_installmethod") != nullptr) {
-            p.installMethod = value;
-            PluginWriteLog(5, "[NS_NewPluginInstance] _installmethod='%s'\n", value);
-        } else if (strstr(name, "_installvpn") != nullptr) {
-            p.install = true;
-        } else if (strstr(name, "_probevpn") != nullptr) {
-            record->probeVpn = 1;
-        } else if (strstr(name, "last_param") != nullptr) {
-            p.lastParam = true;
-        } else if (strstr(name, "hostrooturl") != nullptr) {
-            *record->hostRootUrl = value;
-        } else if (strstr(name, "signature") != nullptr) {
-            *record->signature = value;
-        } else if (strstr(name, "tunvourl") != nullptr) {
-            *record->tunvoUrl = value;
-        } else if (strstr(name, "tunvosize") != nullptr) {
-            *record->tunvoSize = value;
-        } else {
-            // Grown geometrically: thousands of long parameters still cost time in step with their length.
-            AppendGrowing(p.text, name);
-            AppendGrowing(p.text, "=", 1);
-            AppendGrowing(p.text, value);
-            AppendGrowing(p.text, "&", 1);
+        const char* name = nameAt(i);
+        const char* value = valueAt(i);
+        switch (roleOf(name)) {
+            case Role::Password:
+                p.password = value;
+                PluginWriteLog(5, "[NS_NewPluginInstance] _userpassword='%s'\n", "**********");
+                break;
+            case Role::InstallMethod:
+                p.installMethod = value;
+                PluginWriteLog(5, "[NS_NewPluginInstance] _installmethod='%s'\n", value);
+                break;
+            case Role::Install: p.install = true; break;
+            case Role::Probe: record->probeVpn = 1; break;
+            case Role::LastParam: p.lastParam = true; break;
+            case Role::HostRootUrl: *record->hostRootUrl = value; break;
+            case Role::Signature: *record->signature = value; break;
+            case Role::TunvoUrl: *record->tunvoUrl = value; break;
+            case Role::TunvoSize: *record->tunvoSize = value; break;
+            case Role::ForService:
+                // Into the room made above; beyond it (a text past INT_MAX / 2) it grows geometrically.
+                AppendGrowing(p.text, name);
+                AppendGrowing(p.text, "=", 1);
+                AppendGrowing(p.text, value);
+                AppendGrowing(p.text, "&", 1);
+                break;
         }
     }
 }
