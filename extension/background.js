@@ -1,0 +1,29 @@
+// The service worker: one TabSession per tab that has plug-in elements. Content scripts connect with one
+// port per frame; a closed tab ends its session and its host; a new approval reaches every session.
+import { approvalsChanged, forgetTab } from './approval.js';
+import { TabSession } from './tab-session.js';
+
+const sessions = new Map();  // tab id -> TabSession
+
+chrome.runtime.onConnect.addListener((port) => {
+  const tabId = port.sender?.tab?.id;
+  if (port.name !== 'passway-frame' || tabId === undefined || port.sender.id !== chrome.runtime.id) return;
+  let session = sessions.get(tabId);
+  if (!session) {
+    session = new TabSession(tabId);
+    sessions.set(tabId, session);
+  }
+  session.attachFrame(port);
+});
+
+chrome.tabs.onRemoved.addListener((tabId) => {
+  const session = sessions.get(tabId);
+  sessions.delete(tabId);
+  if (session) session.close();
+  else forgetTab(tabId);  // a session of a service worker that has since restarted
+});
+
+chrome.storage.onChanged.addListener((changes, area) => {
+  if (!approvalsChanged(changes, area)) return;
+  for (const session of sessions.values()) session.approvalsChanged();
+});

@@ -1,0 +1,226 @@
+// One tab's part of the bridge: the plug-in elements of its frames, and the one native port to passway-host,
+// opened when the first element of an approved origin appears and kept until the tab closes (the plug-in
+// stays loaded across the tab's page loads, as in a browser). Protocol: docs/bridge.md.
+import { forgetTab, isApproved, setWaiting } from './approval.js';
+import { callInPage } from './page-call.js';
+import { PartJoiner } from './parts.js';
+
+const HOST_NAME = 'com.orvane.passway';
+const PROTOCOL_VERSION = 1;
+
+export class TabSession {
+  #tabId;
+  #native = null;
+  #parts = new PartJoiner();
+  #nextElement = 1;
+  #elements = new Map();  // element id -> {id, frame, attributes, state}
+  #requests = new Map();  // fetch request id -> element
+  #calls = Promise.resolve();  // page calls run one after the other, in the host's order
+
+  constructor(tabId) {
+    this.#tabId = tabId;
+  }
+
+  // A content script's port: one frame's document. It closes when that document goes away.
+  attachFrame(port) {
+    const sender = port.sender;
+    const frame = { port, origin: sender.origin, frameId: sender.frameId, documentId: sender.documentId,
+                    keys: new Map() };
+    port.onMessage.addListener((message) => this.#fromFrame(frame, message));
+    port.onDisconnect.addListener(() => {
+      for (const element of frame.keys.values()) this.#remove(element);
+      frame.keys.clear();
+    });
+  }
+
+  // The tab closed: the host ends (NP_Shutdown) when its input closes.
+  close() {
+    this.#native?.disconnect();
+    this.#native = null;
+    forgetTab(this.#tabId);
+  }
+
+  // Elements waiting for approval whose origin is now approved are created, without a reload.
+  async approvalsChanged() {
+    for (const element of this.#elements.values()) {
+      if (element.state === 'waiting') await this.#admit(element);
+    }
+    this.#showWaiting();
+  }
+
+  #fromFrame(frame, message) {
+    switch (message.op) {
+      case 'appear': {
+        if (frame.keys.has(message.key)) this.#remove(frame.keys.get(message.key));  // announced again
+        const attributes = Array.isArray(message.attributes)
+          ? message.attributes.map(([name, value]) => [String(name), String(value)]) : [];
+        const element = { id: this.#nextElement++, frame, attributes, state: 'waiting' };
+        frame.keys.set(message.key, element);
+        this.#elements.set(element.id, element);
+        this.#admit(element).then(() => this.#showWaiting());
+        break;
+      }
+      case 'vanish': {
+        const element = frame.keys.get(message.key);
+        frame.keys.delete(message.key);
+        if (element) this.#remove(element);
+        break;
+      }
+      case 'response':
+      case 'data':
+      case 'end':
+        this.#relayDownload(frame, message);
+        break;
+    }
+  }
+
+  async #admit(element) {
+    const approved = await isApproved(element.frame.origin);
+    if (!approved || element.state !== 'waiting') return;  // not approved, or gone or created meanwhile
+    element.state = 'created';
+    this.#connect(element.frame.origin);
+    this.#send({ op: 'create', element: element.id, attributes: element.attributes });
+  }
+
+  #remove(element) {
+    const was = element.state;
+    element.state = 'gone';
+    this.#elements.delete(element.id);
+    for (const [request, owner] of this.#requests) {
+      if (owner !== element) continue;
+      this.#requests.delete(request);
+      this.#toFrame(element.frame, { op: 'cancel', request });
+    }
+    if (was === 'created') this.#send({ op: 'destroy', element: element.id });
+    else if (was === 'waiting') this.#showWaiting();
+  }
+
+  #showWaiting() {
+    const origins = new Set();
+    for (const element of this.#elements.values()) {
+      if (element.state === 'waiting') origins.add(element.frame.origin);
+    }
+    setWaiting(this.#tabId, [...origins]);
+  }
+
+  #connect(origin) {
+    if (this.#native) return;
+    const native = chrome.runtime.connectNative(HOST_NAME);
+    this.#native = native;
+    native.onMessage.addListener((message) => this.#fromHost(message));
+    native.onDisconnect.addListener(() => {
+      console.warn(`passway: the host of tab ${this.#tabId} went away:`, chrome.runtime.lastError?.message ?? 'closed');
+      if (this.#native !== native) return;
+      this.#native = null;
+      // Its plug-in instances died with it; a page loaded later starts a new host.
+      for (const element of this.#elements.values()) {
+        if (element.state === 'created') element.state = 'lost';
+      }
+      for (const [request, element] of this.#requests) this.#toFrame(element.frame, { op: 'cancel', request });
+      this.#requests.clear();
+    });
+    this.#send({ op: 'hello', version: PROTOCOL_VERSION, userAgent: navigator.userAgent, origin });
+  }
+
+  #send(message) {
+    try {
+      this.#native?.postMessage(message);
+    } catch (error) {
+      console.warn('passway: cannot write to the host:', error);
+    }
+  }
+
+  #toFrame(frame, message) {
+    try {
+      frame.port.postMessage(message);
+    } catch {}  // the frame's document is gone
+  }
+
+  #fromHost(message) {
+    if (message?.version !== PROTOCOL_VERSION) {
+      console.warn('passway: ignored a host message of another version:', message);
+      return;
+    }
+    if (message.op === 'part') {
+      let whole;
+      try {
+        whole = this.#parts.add(message);
+      } catch (error) {
+        console.warn('passway: a message in parts is not JSON:', error);
+      }
+      if (whole) this.#fromHost(whole);
+      return;
+    }
+    switch (message.op) {
+      case 'ready':
+        console.info(`passway: host ready in tab ${this.#tabId}: ${message.name} (${message.plugin})`);
+        break;
+      case 'created':
+      case 'destroyed':
+        if (message.result !== 0) console.warn(`passway: ${message.op} element ${message.element}: NPError`, message.result);
+        break;
+      case 'call':
+        this.#pageCall(message);
+        break;
+      case 'fetch':
+        this.#startDownload(message);
+        break;
+      case 'cancel': {
+        const element = this.#requests.get(message.request);
+        this.#requests.delete(message.request);
+        if (element) this.#toFrame(element.frame, { op: 'cancel', request: message.request });
+        break;
+      }
+      case 'error':
+        console.warn('passway: the host refused a message:', JSON.stringify(message));
+        break;
+      default:
+        console.warn('passway: unknown message from the host:', JSON.stringify(message));
+    }
+  }
+
+  #pageCall({ call, element: id, function: name, args }) {
+    const element = this.#elements.get(id);
+    if (element?.state !== 'created') return;  // the host dropped the element's calls with it
+    const answer = typeof name === 'string' && Array.isArray(args)
+      ? () => callInPage(this.#tabId, element.frame.documentId, element.frame.frameId, name, args)
+      : async () => ({ error: 'bad call' });
+    this.#calls = this.#calls.then(answer).then((result) => {
+      if (element.state === 'created') this.#send({ op: 'result', call, ...result });
+    });
+  }
+
+  #startDownload({ request, element: id, url }) {
+    const element = this.#elements.get(id);
+    if (element?.state !== 'created') return;
+    let href = null;
+    try {
+      const parsed = new URL(url);
+      if (parsed.protocol === 'http:' || parsed.protocol === 'https:') href = parsed.href;
+    } catch {}
+    if (!href) {
+      this.#send({ op: 'end', request, ok: false, error: `not an http(s) URL: ${url}` });
+      return;
+    }
+    this.#requests.set(request, element);
+    this.#toFrame(element.frame, { op: 'fetch', request, url: href });
+  }
+
+  // The frame's download messages, passed on while the request is open (not cancelled, element alive).
+  #relayDownload(frame, message) {
+    const request = message.request;
+    if (this.#requests.get(request)?.frame !== frame) return;
+    if (message.op === 'response') {
+      const status = Number(message.status);
+      this.#send({ op: 'response', request, status, mimeType: String(message.mimeType) });
+      if (status < 200 || status > 299) this.#requests.delete(request);  // the host ends it here
+    } else if (message.op === 'data') {
+      this.#send({ op: 'data', request, data: String(message.data) });
+    } else {
+      this.#requests.delete(request);
+      const end = { op: 'end', request, ok: message.ok === true };
+      if (!end.ok) end.error = String(message.error ?? 'network error');
+      this.#send(end);
+    }
+  }
+}
