@@ -1,12 +1,14 @@
 #!/usr/bin/python3
-"""A scripted browser on QtWebKit: opens a page with NPAPI plug-ins enabled, waits, then prints what the
-page recorded (its `transcript`) as JSON lines, one string each, then {"status": TEXT} with the text of the
-page's element `status`, and can save a screenshot.
+"""A scripted browser on QtWebKit: opens a page with NPAPI plug-ins enabled, waits until a JavaScript
+expression holds on the page (or the time-out passes), then prints what the page recorded (its `transcript`)
+as JSON lines, one string each, then {"status": TEXT} with the text of the page's element `status`, can save
+a screenshot, and leaves the page before it quits.
 
-usage: browser_host.py URL SECONDS [SCREENSHOT.png]
+usage: browser_host.py URL UNTIL SECONDS [SCREENSHOT.png]
 The plug-in is found through QTWEBKIT_PLUGIN_PATH, as QtWebKit does."""
 import json
 import sys
+import time
 
 from PyQt5.QtCore import QTimer, QUrl
 from PyQt5.QtWebKit import QWebSettings
@@ -15,8 +17,8 @@ from PyQt5.QtWidgets import QApplication
 
 
 def main():
-    url, seconds = sys.argv[1], float(sys.argv[2])
-    screenshot = sys.argv[3] if len(sys.argv) > 3 else None
+    url, until, seconds = sys.argv[1], sys.argv[2], float(sys.argv[3])
+    screenshot = sys.argv[4] if len(sys.argv) > 4 else None
     app = QApplication([sys.argv[0]])
     settings = QWebSettings.globalSettings()
     settings.setAttribute(QWebSettings.PluginsEnabled, True)
@@ -25,10 +27,12 @@ def main():
     view.resize(800, 500)
     view.load(QUrl(url))
     view.show()
+    deadline = time.monotonic() + seconds
+    condition = '(function () { try { return !!(%s); } catch (e) { return false; } })()' % until
 
     def finish():
         frame = view.page().mainFrame()
-        transcript = frame.evaluateJavaScript("transcript") or []
+        transcript = frame.evaluateJavaScript("typeof transcript == 'undefined' ? [] : transcript") or []
         for line in transcript:
             print(json.dumps(line), flush=True)
         status = frame.evaluateJavaScript(
@@ -36,11 +40,17 @@ def main():
         print(json.dumps({"status": status}), flush=True)
         if screenshot:
             view.grab().save(screenshot)
-        # Leaving the page destroys the plug-in instance.
+        # Leaving the page destroys the plug-in instance; quit once the new page is in.
+        view.loadFinished.connect(lambda ok: app.quit())
         view.setHtml("<html><body>left</body></html>")
-        QTimer.singleShot(500, app.quit)
 
-    QTimer.singleShot(int(seconds * 1000), finish)
+    def check():
+        if view.page().mainFrame().evaluateJavaScript(condition) or time.monotonic() > deadline:
+            finish()
+        else:
+            QTimer.singleShot(100, check)
+
+    QTimer.singleShot(100, check)
     app.exec_()
 
 

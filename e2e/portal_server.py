@@ -3,7 +3,8 @@
 
 usage: portal_server.py PORT PORTAL_DIR PACKAGE
 / and /index.html give the portal page; /package gives PACKAGE as application/x-tar. Every request is
-logged to standard error."""
+logged to standard error. Requests are served side by side: a browser may open a connection ahead and leave
+it idle, which would hold up a server that serves one connection at a time."""
 import http.server
 import os
 import sys
@@ -28,7 +29,9 @@ def main():
             self.end_headers()
             self.wfile.write(body)
 
-    http.server.HTTPServer(('127.0.0.1', port), Handler).serve_forever()
+    server = http.server.ThreadingHTTPServer(('127.0.0.1', port), Handler)
+    server.daemon_threads = True
+    server.serve_forever()
 
 
 if __name__ == '__main__':

@@ -1,22 +1,31 @@
 #!/usr/bin/env python3
-"""The end-to-end run in a real browser engine (QtWebKit): the demo portal, the test plug-in, the fake
-service. Five visits: install a signed package; connect and relay messages; probe a running service;
-leave the page (the service stops); a package with a bad signature (nothing is installed).
+"""The end-to-end run in a real browser engine: the demo portal, the test plug-in, the fake service. Five
+visits, the same for every engine: install a signed package; connect and relay messages; leave the page
+(the service stops); probe a running service; a package with a bad signature (nothing is installed).
+With Chromium (the plug-in runs in passway-host, reached through the Passway extension) two more: a portal
+origin nobody approved starts no host, and a quote in a service reply reaches the page as text.
 
-usage: run_e2e.py BUILD_DIR SOURCE_DIR
+usage: run_e2e.py BUILD_DIR SOURCE_DIR [--engine qtwebkit|chromium] [--host=PATH]
+--host names passway-host (default BUILD_DIR/host/passway-host); an empty one means that the build has none,
+and the Chromium run skips. The environment variable PASSWAY_E2E_HOST, when set, names another host to test.
 Prints what the page heard on each visit and where the screenshot after the install is. Exit 0 when every
-check holds, 1 on the first failure, 77 when the browser engine is missing outside CI."""
+check holds, 1 on the first failure, 77 when the engine (or for Chromium the host) is missing outside CI."""
+import argparse
 import json
 import os
+import re
 import subprocess
 import sys
 import time
 import urllib.parse
 
-sys.dont_write_bytecode = True  # importing the shared module leaves no __pycache__ in the source tree
+sys.dont_write_bytecode = True  # importing the shared modules leaves no __pycache__ in the source tree
 from demo_setup import DemoPortal, read
+from devtools_pipe import DevToolsError
+from engine_chromium import ChromiumEngine
+from engine_qtwebkit import QtWebKitEngine
 
-QT_PYTHON = '/usr/bin/python3'  # the Qt bindings live with Debian's interpreter
+ENGINES = {engine.name: engine for engine in (QtWebKitEngine, ChromiumEngine)}
 
 
 class Failure(Exception):
@@ -28,111 +37,186 @@ def check(condition, message):
         raise Failure(message)
 
 
+def heard(line):
+    """A page condition: the page's transcript holds this line."""
+    return 'transcript.indexOf(%s) >= 0' % json.dumps(line)
+
+
 class Run(DemoPortal):
-    """The shared set-up plus a home folder for the browser, whose environment leads it to the plug-in and
+    """The shared set-up plus a home folder for the browser (the plug-in logs there), whose environment
     hands the installer the test root and the service program."""
 
-    def __init__(self, build, source):
+    def __init__(self, build, source, engine):
         super().__init__(build, source)
+        self.engine = engine
         self.home = os.path.join(self.work, 'home')
         os.makedirs(self.home)
-        self.env = dict(os.environ, HOME=self.home, QTWEBKIT_PLUGIN_PATH=self.plugins, XDG_RUNTIME_DIR=self.work,
-                        **self.installer_env)
+        self.env = dict(os.environ, HOME=self.home, XDG_RUNTIME_DIR=self.work, **self.installer_env)
+        self.size = os.path.getsize(self.package)
 
-    def visit(self, query, seconds, screenshot=None):
-        args = [QT_PYTHON, os.path.join(self.source, 'e2e', 'browser_host.py'), self.url(query), str(seconds)]
-        if screenshot:
-            args.append(screenshot)
-        out = subprocess.run(args, env=self.env, capture_output=True, text=True, timeout=120).stdout
-        page, self.status = [], None
-        for line in out.splitlines():
-            try:
-                item = json.loads(line)
-            except ValueError:
-                continue  # not the host's output
-            if isinstance(item, dict):
-                self.status = item.get('status')
-            else:
-                page.append(str(item))
+    def run_file(self, name):
+        return read(os.path.join(self.root, 'var', 'run', name))
+
+    def visit(self, query, until, screenshot=None, lines=None):
+        page, self.status = self.engine.visit(self.url(query), until, screenshot)
+        print('\n'.join('   ' + line for line in page[:lines]))
+        print('   status line: %s' % self.status)
         return page
+
+    def install_query(self, signature):
+        return 'mode=install&size=%d&signature=%s' % (self.size, urllib.parse.quote(signature))
+
+
+# ---- the visits every engine makes -----------------------------------------------------------------
+def install(run):
+    print('== visit 1: install the client')
+    screenshot = os.path.join(run.build, 'e2e', run.engine.screenshot_name)
+    os.makedirs(os.path.dirname(screenshot), exist_ok=True)
+    if os.path.exists(screenshot):
+        os.remove(screenshot)
+    page = run.visit(run.install_query(run.signature),
+                     heard('installation ok') + ' || ' + heard('installation failed'), screenshot)
+    for expected in ['download start: %d' % run.size, 'progress: 0', 'progress: %d' % run.size, 'download done',
+                     'installing', 'installation ok']:
+        check(expected in page, 'install: the page did not hear "%s"' % expected)
+    check(run.run_file('installer.log') == 'SUDO\ndemo-password\n',
+          'install: the installer did not get SUDO and the password on its input')
+    check(os.path.exists(os.path.join(run.root, 'tunvo_x86_64')), 'install: no service executable installed')
+    check(os.path.exists(screenshot) and os.path.getsize(screenshot) > 0, 'install: no screenshot')
+    print('   screenshot: ' + screenshot)
+
+
+def connect(run):
+    print('== visit 2: connect and relay')
+    page = run.visit('mode=connect&answers=hello,say%3Dpong,bye', heard('c_addcomm: ack:bye&z=2'), lines=8)
+    requests = run.run_file('requests.log')
+    for expected in ['c_addcomm: connected', 'c_addcomm: ack:hello&z=0', 'c_addcomm: pong', 'c_addcomm: ack:bye&z=2']:
+        check(expected in page, 'connect: the page did not hear "%s"' % expected)
+    for expected in ['?CONNECT ', '?hello&z=0 ', '?say=pong&z=1 ', '?bye&z=2 ']:
+        check(expected in requests, 'connect: the service did not receive "%s"' % expected)
+    check('user=demo&browser_pid=' in run.run_file('params.txt'), 'connect: the service did not get the page parameters')
+    check(run.status == 'Connected', 'connect: the status line reads %r, not "Connected"' % run.status)
+
+
+def leave(run):
+    print('== visit 3: leaving the page stopped the service')
+    deadline = time.monotonic() + 30
+    while run.service_pid() and time.monotonic() < deadline:
+        time.sleep(0.1)
+    check(run.service_pid() == 0, 'leave: the service is still running after the page was left')
+
+
+def probe(run):
+    print('== visit 4: probe a running service')
+    starter = subprocess.run([os.path.join(run.root, 'tunvo_x86_64')], input='user=probe&', text=True,
+                             env=run.env, timeout=30)
+    check(starter.returncode == 0 and run.service_pid(), 'probe: the service did not start')
+    before = run.run_file('requests.log').count('\n')
+    page = run.visit('mode=probe', 'transcript.length > 0')
+    after = run.run_file('requests.log').splitlines()[before:]
+    check(after and after[0].startswith('GET /vpn.php?INFO '), 'probe: the service was not asked ?INFO')
+    check(len(after) == 1, 'probe: the probe made %d requests instead of one' % len(after))
+    check(page == ['c_addcomm: ack:INFO'], 'probe: the page heard %r' % page)
+    run.stop_service()
+
+
+def bad_signature(run):
+    print('== visit 5: a package with a bad signature')
+    run.reset_root()
+    page = run.visit(run.install_query(run.bad_signature),
+                     heard('installation failed') + ' || ' + heard('installation ok'))
+    check('installation failed' in page, 'bad signature: the page did not hear VPNInstallationFailed')
+    check(not os.path.exists(os.path.join(run.root, 'tunvo_x86_64')), 'bad signature: something was installed')
+    check(not run.run_file('installer.log'), 'bad signature: the installer ran')
+
+
+# ---- what only the bridge (Chromium, the extension and passway-host) adds ------------------------------
+def unapproved_origin(run):
+    print('== bridge: a portal origin nobody approved starts no host')
+    # The same portal under another name is another origin, which nobody approved.
+    origin = 'http://localhost:%d' % run.port
+    url = run.url('mode=connect&answers=hello').replace('http://127.0.0.1:', 'http://localhost:')
+    engine, plugin_log = run.engine, os.path.join(run.home, '.Orvane', 'tunvo_plugin.log')
+    created = lambda: read(plugin_log).count('vpnA:=')  # every element the plug-in creates writes this line
+    hosts, elements = engine.host_processes(), created()
+    tab = engine.open_tab(url)
+    try:
+        engine.loaded(tab)
+        asked = engine.waits_for_approval(origin)
+        page, _ = engine.page_state(tab)
+        hosts_while_waiting = engine.host_processes()
+    finally:
+        engine.close_tab(tab)
+    print('   hosts before: %s, while the page waits: %s' % (hosts, hosts_while_waiting))
+    check(asked, 'unapproved: the extension did not ask the user about %s' % origin)
+    check(hosts_while_waiting == hosts, 'unapproved: a host started for %s' % origin)
+    check(created() == elements, 'unapproved: the plug-in created an element for %s' % origin)
+    check(page == [], 'unapproved: the page heard %r' % page)
+
+
+def quote_in_reply(run):
+    print('== bridge: a quote in a service reply reaches the page as text')
+    # The page sends this and the fake service replies with it (percent-encoded, as the request carried it).
+    # A browser decodes the plug-in's javascript:c_addcomm('...') URL before it runs it: there the quotes
+    # would end the string and the rest would run as script.
+    reply = "it's<b>');note('injected');('"
+    run.reset_root()
+    installer = subprocess.run(['/bin/sh', run.package, 'SUDO'], input='demo-password', text=True, env=run.env)
+    check(installer.returncode == 0, 'quote: the client could not be installed for the visit')
+    page = run.visit('mode=connect&answers=' + urllib.parse.quote('say=' + reply, safe=''),
+                     "transcript.filter(function (l) { return l.indexOf('c_addcomm: ') == 0; }).length >= 2")
+    check('c_addcomm: ' + reply in page, 'quote: c_addcomm did not get the reply as its text')
+    check('injected' not in page, 'quote: the reply ran as script in the page')
+    # The page's message reaches the service percent-encoded, as a browser would send it.
+    sent = [z for text, z in re.findall(r'\?say=(\S*)&z=(\d+) ', run.run_file('requests.log'))
+            if urllib.parse.unquote(text) == reply]
+    check(sent, 'quote: the service did not receive the page message')
+    # The tab's host kept the plug-in loaded since visit 2: its message numbers run on.
+    check(int(sent[0]) > 2, 'quote: the message numbers started again (z=%s)' % sent[0])
+
+
+VISITS = [install, connect, leave, probe, bad_signature]
+BRIDGE_VISITS = [unapproved_origin, quote_in_reply]
 
 
 def main():
-    build, source = os.path.abspath(sys.argv[1]), os.path.abspath(sys.argv[2])
-    if not os.path.exists(QT_PYTHON) or subprocess.run([QT_PYTHON, '-c', 'from PyQt5 import QtWebKitWidgets'],
-                                                       capture_output=True).returncode != 0:
-        print('e2e: QtWebKit for Python (python3-pyqt5.qtwebkit) is missing')
+    parser = argparse.ArgumentParser(description='The end-to-end run in a real browser engine.')
+    parser.add_argument('build')
+    parser.add_argument('source')
+    parser.add_argument('--engine', choices=sorted(ENGINES), default='qtwebkit')
+    parser.add_argument('--host', help='passway-host for the Chromium run (empty: the build has none)')
+    args = parser.parse_args()
+    build, source = os.path.abspath(args.build), os.path.abspath(args.source)
+    host = os.environ.get('PASSWAY_E2E_HOST') or args.host
+    if host is None:
+        host = os.path.join(build, 'host', 'passway-host')
+    engine = ENGINES[args.engine](build, source, host)
+    if engine.bridge and not host:
+        print('e2e (%s): this build has no passway-host' % engine.name)
+        return 77
+    missing = engine.missing()
+    if missing:
+        print('e2e (%s): %s' % (engine.name, missing))
         return 1 if os.environ.get('CI') else 77
-    run = Run(build, source)
-    screenshot = os.path.join(build, 'e2e', 'portal-after-install.png')
-    os.makedirs(os.path.dirname(screenshot), exist_ok=True)
+    started = time.monotonic()
+    run = Run(build, source, engine)
     try:
-        size = os.path.getsize(run.package)
-
-        print('== visit 1: install the client')
-        page = run.visit('mode=install&size=%d&signature=%s' % (size, urllib.parse.quote(run.signature)), 6,
-                         screenshot)
-        print('\n'.join('   ' + line for line in page))
-        print('   status line: %s' % run.status)
-        for expected in ['download start: %d' % size, 'progress: 0', 'progress: %d' % size, 'download done',
-                         'installing', 'installation ok']:
-            check(expected in page, 'install: the page did not hear "%s"' % expected)
-        check(read(os.path.join(run.root, 'var', 'run', 'installer.log')) == 'SUDO\ndemo-password\n',
-              'install: the installer did not get SUDO and the password on its input')
-        check(os.path.exists(os.path.join(run.root, 'tunvo_x86_64')), 'install: no service executable installed')
-        check(os.path.getsize(screenshot) > 0, 'install: no screenshot')
-        print('   screenshot: ' + screenshot)
-
-        print('== visit 2: connect and relay')
-        page = run.visit('mode=connect&answers=hello,say%3Dpong,bye', 4)
-        print('\n'.join('   ' + line for line in page[:8]))
-        print('   status line: %s' % run.status)
-        requests = read(os.path.join(run.root, 'var', 'run', 'requests.log'))
-        for expected in ['c_addcomm: connected', 'c_addcomm: ack:hello&z=0', 'c_addcomm: pong',
-                         'c_addcomm: ack:bye&z=2']:
-            check(expected in page, 'connect: the page did not hear "%s"' % expected)
-        for expected in ['?CONNECT ', '?hello&z=0 ', '?say=pong&z=1 ', '?bye&z=2 ']:
-            check(expected in requests, 'connect: the service did not receive "%s"' % expected)
-        check('user=demo&browser_pid=' in read(os.path.join(run.root, 'var', 'run', 'params.txt')),
-              'connect: the service did not get the page parameters')
-        check(run.status == 'Connected', 'connect: the status line reads %r, not "Connected"' % run.status)
-
-        print('== visit 3: leaving the page stopped the service')
-        for _ in range(50):
-            if not run.service_pid():
-                break
-            time.sleep(0.1)
-        check(run.service_pid() == 0, 'leave: the service is still running after the page was left')
-
-        print('== visit 4: probe a running service')
-        starter = subprocess.run([os.path.join(run.root, 'tunvo_x86_64')], input='user=probe&', text=True,
-                                 env=run.env, timeout=30)
-        check(starter.returncode == 0 and run.service_pid(), 'probe: the service did not start')
-        before = read(os.path.join(run.root, 'var', 'run', 'requests.log')).count('\n')
-        page = run.visit('mode=probe', 3)
-        print('\n'.join('   ' + line for line in page))
-        print('   status line: %s' % run.status)
-        after = read(os.path.join(run.root, 'var', 'run', 'requests.log')).splitlines()[before:]
-        check(after and after[0].startswith('GET /vpn.php?INFO '), 'probe: the service was not asked ?INFO')
-        check(len(after) == 1, 'probe: the probe made %d requests instead of one' % len(after))
-        check(page == ['c_addcomm: ack:INFO'], 'probe: the page heard %r' % page)
-        run.stop_service()
-
-        print('== visit 5: a package with a bad signature')
-        run.reset_root()
-        page = run.visit('mode=install&size=%d&signature=%s' % (size, urllib.parse.quote(run.bad_signature)), 5)
-        print('\n'.join('   ' + line for line in page))
-        print('   status line: %s' % run.status)
-        check('installation failed' in page, 'bad signature: the page did not hear VPNInstallationFailed')
-        check(not os.path.exists(os.path.join(run.root, 'tunvo_x86_64')), 'bad signature: something was installed')
-        check(not read(os.path.join(run.root, 'var', 'run', 'installer.log')), 'bad signature: the installer ran')
-        print('e2e: 5 visits passed, 0 failed')
+        engine.start(run)
+        visits = VISITS + (BRIDGE_VISITS if engine.bridge else [])
+        for visit in visits:
+            visit(run)
+        print('e2e (%s): %d visits passed, 0 failed' % (engine.name, len(visits)))
+        for name, seconds in getattr(engine, 'timings', {}).items():
+            print('   %s: %.2f s' % (name, seconds))
+        print('   whole run: %.1f s' % (time.monotonic() - started))
         return 0
-    except Failure as failure:
-        print('e2e FAILED: %s' % failure)
+    except (Failure, DevToolsError, RuntimeError) as failure:  # a check, the browser, or the engine's steps
+        print('e2e (%s) FAILED: %s' % (engine.name, failure))
         print('plug-in log (tail):\n' + read(os.path.join(run.home, '.Orvane', 'tunvo_plugin.log'))[-3000:])
+        print(engine.log_tail())
         return 1
     finally:
+        engine.close()
         run.close()
 
 

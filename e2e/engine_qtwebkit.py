@@ -1,0 +1,48 @@
+"""The QtWebKit engine of the end-to-end run: the plug-in loaded by the browser itself (NPAPI), one scripted
+browser process (browser_host.py) per visit, under the X display that xvfb-run provides."""
+import json
+import os
+import subprocess
+
+QT_PYTHON = '/usr/bin/python3'  # the Qt bindings live with Debian's interpreter
+WAIT = 60  # seconds: the longest wait for what a visit expects
+
+
+class QtWebKitEngine:
+    name = 'qtwebkit'
+    screenshot_name = 'portal-after-install.png'
+    bridge = False
+
+    def __init__(self, build, source, host=None):  # the plug-in runs in the browser: no host
+        self.driver = os.path.join(source, 'e2e', 'browser_host.py')
+
+    def missing(self):
+        if not os.path.exists(QT_PYTHON) or subprocess.run(
+                [QT_PYTHON, '-c', 'from PyQt5 import QtWebKitWidgets'], capture_output=True).returncode != 0:
+            return 'QtWebKit for Python (python3-pyqt5.qtwebkit) is missing'
+        return None
+
+    def start(self, run):
+        self.env = dict(run.env, QTWEBKIT_PLUGIN_PATH=run.plugins)
+
+    def visit(self, url, until, screenshot=None):
+        """Opens url, waits until the JavaScript expression `until` holds, reads the page, leaves it."""
+        args = [QT_PYTHON, self.driver, url, until, str(WAIT)] + ([screenshot] if screenshot else [])
+        out = subprocess.run(args, env=self.env, capture_output=True, text=True, timeout=WAIT + 60).stdout
+        page, status = [], None
+        for line in out.splitlines():
+            try:
+                item = json.loads(line)
+            except ValueError:
+                continue  # not the driver's output
+            if isinstance(item, dict):
+                status = item.get('status')
+            else:
+                page.append(str(item))
+        return page, status
+
+    def log_tail(self):
+        return ''
+
+    def close(self):
+        pass
