@@ -91,10 +91,11 @@ class ChromiumEngine:
     def close_tab(self, tab):
         self.browser.command('Target.closeTarget', {'targetId': tab['target']})
 
-    def evaluate(self, tab, expression):
-        """The expression's value in the tab's page, or None when it throws (the page is not there yet)."""
-        result = self.browser.command('Runtime.evaluate', {'expression': expression, 'returnByValue': True},
-                                      session=tab['session'])
+    def evaluate(self, tab, expression, wait=False):
+        """The expression's value in the tab's page (with wait, the value its promise gives), or None when it
+        throws (the page is not there yet)."""
+        result = self.browser.command('Runtime.evaluate', {'expression': expression, 'returnByValue': True,
+                                                           'awaitPromise': wait}, session=tab['session'])
         if 'exceptionDetails' in result:
             return None
         return result['result'].get('value')
@@ -123,10 +124,17 @@ class ChromiumEngine:
         return 'document.querySelector(%s)' % json.dumps('button[data-origin="%s"]' % origin)
 
     def waits_for_approval(self, origin):
-        """True once the extension's popup offers "Allow this portal" for the origin (within the wait)."""
+        """Whether the extension's popup offers "Allow this portal" for the origin (within the wait), and
+        the toolbar badge and title of the tab that shows the origin's page."""
         popup = self.popup(origin)
         try:
-            return poll(lambda: self.holds(popup, self.allow_button(origin)))
+            asked = poll(lambda: self.holds(popup, self.allow_button(origin)))
+            signal = self.evaluate(popup, """chrome.tabs.query({}).then(async (tabs) => {
+                const tab = tabs.find((t) => (t.url || '').startsWith(%s + '/'));
+                return tab ? [await chrome.action.getBadgeText({tabId: tab.id}),
+                              await chrome.action.getTitle({tabId: tab.id})] : [null, null];
+            })""" % json.dumps(origin), wait=True) or [None, None]
+            return asked, signal[0], signal[1]
         finally:
             self.close_tab(popup)
 

@@ -142,13 +142,15 @@ def unapproved_origin(run):
     tab = engine.open_tab(url)
     try:
         engine.loaded(tab)
-        asked = engine.waits_for_approval(origin)
+        asked, badge, title = engine.waits_for_approval(origin)
         page, _ = engine.page_state(tab)
         hosts_while_waiting = engine.host_processes()
     finally:
         engine.close_tab(tab)
+    print('   toolbar: badge %r, title %r' % (badge, title))
     print('   hosts before: %s, while the page waits: %s' % (hosts, hosts_while_waiting))
     check(asked, 'unapproved: the extension did not ask the user about %s' % origin)
+    check(badge == '?' and origin in (title or ''), 'unapproved: the toolbar shows %r, %r' % (badge, title))
     check(hosts_while_waiting == hosts, 'unapproved: a host started for %s' % origin)
     check(created() == elements, 'unapproved: the plug-in created an element for %s' % origin)
     check(page == [], 'unapproved: the page heard %r' % page)
