@@ -2,7 +2,13 @@
 // baseline (the transport's own limit). It answers hello and create as the host does, asks the extension to
 // fetch the element's hostrooturl + tunvourl, reads the body's frames without decoding them, and when the
 // body has ended calls the page function benchTransferDone(frames, bytes of base64).
+//
+// An element with the attribute benchcalls="N" instead times page calls: the sink sends a call of the page
+// function benchPing(i) and waits for its result, N times one after the other, then calls
+// benchCallsDone(N, microseconds for the N round trips).
 #include <cerrno>
+#include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <unistd.h>
@@ -33,12 +39,20 @@ std::string attribute(const json& attributes, const char* name) {
 }  // namespace
 
 int main() {
+    using Clock = std::chrono::steady_clock;
     FrameWriter out(writeAll);
     FrameReader in;
     std::string frame;
     uint32_t length = 0;
     size_t frames = 0, bytes = 0;
     json element = 0;
+    int64_t nextCall = 1, pingCall = 0;
+    long pings = 0, pinged = 0;
+    Clock::time_point pingStart;
+    auto ping = [&] {
+        pingCall = nextCall++;
+        out.send({{"op", "call"}, {"call", pingCall}, {"element", element}, {"function", "benchPing"}, {"args", {pinged}}});
+    };
     std::vector<char> buffer(1 << 20);
     for (ssize_t n; (n = read(0, buffer.data(), buffer.size())) > 0;) {
         in.feed(buffer.data(), static_cast<size_t>(n));
@@ -56,11 +70,28 @@ int main() {
             } else if (op == "create") {
                 const json& attributes = message["attributes"];
                 element = message["element"];
+                frames = bytes = 0;  // the tab's host lives on across page loads: each element counts its own
                 out.send({{"op", "created"}, {"element", message["element"]}, {"result", 0}});
+                pings = atol(attribute(attributes, "benchcalls").c_str());
+                pinged = 0;
                 std::string url = attribute(attributes, "hostrooturl") + attribute(attributes, "tunvourl");
-                if (!url.empty()) out.send({{"op", "fetch"}, {"request", 1}, {"element", message["element"]}, {"url", url}});
+                if (pings > 0) {
+                    pingStart = Clock::now();
+                    ping();
+                } else if (!url.empty()) {
+                    out.send({{"op", "fetch"}, {"request", nextCall++}, {"element", element}, {"url", url}});
+                }
+            } else if (op == "result" && pings > 0 && message.value("call", int64_t(0)) == pingCall) {
+                if (++pinged < pings) {
+                    ping();
+                } else {
+                    auto spent = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - pingStart);
+                    pings = 0;
+                    out.send({{"op", "call"}, {"call", nextCall++}, {"element", element}, {"function", "benchCallsDone"},
+                              {"args", {pinged, spent.count()}}});
+                }
             } else if (op == "end") {
-                out.send({{"op", "call"}, {"call", 1}, {"element", element}, {"function", "benchTransferDone"},
+                out.send({{"op", "call"}, {"call", nextCall++}, {"element", element}, {"function", "benchTransferDone"},
                           {"args", {frames, bytes}}});
             }
         }
