@@ -70,6 +70,20 @@ function reconnect() {
   for (const [element, key] of tracked) announce(element, key);
 }
 
+// Leaving the page ends its plug-in instances, as a browser ends a plug-in's instances when their page goes,
+// even when the browser keeps the page in its back-forward cache (Firefox keeps the extension's ports of
+// such a page open). Closing the port ends them all at once. A page that comes back announces them again.
+addEventListener('pagehide', () => {
+  if (!port) return;
+  port.disconnect();
+  port = null;
+  fetches.cancelAll();
+  tracked.clear();
+});
+addEventListener('pageshow', (event) => {
+  if (event.persisted) scan(document);
+});
+
 new MutationObserver((mutations) => {
   for (const element of tracked.keys()) {
     if (!element.isConnected) vanish(element);
