@@ -142,6 +142,10 @@ def process_kind(argv, host):
     return 'other'
 
 
+def browser_pid(engine):
+    return getattr(engine, 'browser_pid', None) or engine.browser.process.pid
+
+
 def cpu_times(engine):
     """{pid: (kind, CPU seconds so far)} of the browser and every process descended from it (the zygote's
     children leave the browser's session, not its tree)."""
@@ -158,7 +162,7 @@ def cpu_times(engine):
         except OSError:
             continue
         processes[int(name)] = (int(fields[1]), argv, (int(fields[11]) + int(fields[12])) / tick)
-    found, ours = {}, {engine.browser.process.pid}
+    found, ours = {}, {browser_pid(engine)}
     for _ in range(8):  # the tree is a few levels deep
         ours |= {pid for pid, (parent, _, _) in processes.items() if parent in ours}
     for pid in ours & processes.keys():
@@ -176,14 +180,12 @@ def cpu_spent(before, after):
 
 # ---- visits ---------------------------------------------------------------------------------------------
 class Browser:
-    """One headless Chromium with the extension, its host manifest naming `host`, and one tab."""
+    """One headless Chromium with the extension (the e2e run's engine: the same extension folder, host
+    manifest and browser flags), its host manifest naming `host`, and one tab."""
 
     def __init__(self, build, source, host, work, env):
         from engine_chromium import ChromiumEngine
         self.engine = ChromiumEngine(build, source, host)
-        missing = self.engine.missing()
-        if missing:
-            raise FileNotFoundError(missing)
         os.makedirs(work)
         # The engine keeps its profile in run.work and its log under run.build: both in our temporary folder.
         run = types.SimpleNamespace(work=work, build=work, env=env, plugins=os.path.join(build, 'plugin'))
@@ -240,18 +242,22 @@ def main():
     build, source = os.path.realpath(args.build), os.path.realpath(args.source)
     sys.dont_write_bytecode = True  # importing the e2e modules leaves no __pycache__ in the source tree
     sys.path.insert(0, os.path.join(source, 'e2e'))
-    from engine_chromium import CHROMIUM
+    from engine_chromium import ChromiumEngine
 
     host = os.path.join(build, 'host', 'passway-host')
     sink = os.path.join(build, 'bench', 'passway-frame-sink')
     plugin = os.path.join(build, 'plugin', 'libtunvo_plugin_testroot.so')
-    if not os.access(CHROMIUM, os.X_OK):
-        print('skipped: Chromium (apt package chromium) is missing')
+    try:
+        engine = ChromiumEngine(build, source, host)
+        missing = engine.missing() or ChromiumEngine(build, source, sink).missing()  # Chromium, a host, the extension
+    except OSError as error:
+        print('extension transfer benchmark failed: %s' % error, file=sys.stderr)
+        return 1
+    if not missing and not os.path.exists(plugin):
+        missing = 'the test plug-in is not built (%s)' % plugin
+    if missing:
+        print('skipped: %s' % missing)
         return 0
-    for program in (host, sink, plugin):
-        if not os.path.exists(program):
-            print('skipped: %s is not built' % program)
-            return 0
 
     began = time.monotonic()
     size = args.mib << 20
@@ -271,8 +277,8 @@ def main():
                 'C': page + 'mode=fetch', 'calls': page + 'mode=calls&calls=%d' % args.calls}
         results = {'A': [], 'B': [], 'C in A': [], 'C in B': [], 'calls': []}
 
-        print('package: %d MiB; %d repetitions (after one visit not counted in each browser)'
-              % (args.mib, args.repetitions))
+        print('package: %d MiB; %d repetitions (after one visit not counted in each browser); extension: %s'
+              % (args.mib, args.repetitions, engine.extension))
         # A's browser: passway-host with the test plug-in.
         real = Browser(build, source, host, os.path.join(work, 'host'), env)
         browsers.append(real)
