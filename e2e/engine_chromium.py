@@ -1,21 +1,28 @@
-"""The Chromium engine of the end-to-end run: headless Chromium with the Passway extension (extension/) and
-passway-host, driven over the DevTools pipe. One browser and one tab serve the shared visits: leaving a page
-navigates the tab to about:blank, so the tab's host (and the plug-in in it) lives on across pages, as it
-does for a user. The first page of the portal's origin waits for approval: the engine gives it the way a
-user does, in the extension's popup ("Allow this portal")."""
+"""The Chromium engine of the end-to-end run: headless Chromium with the Passway extension as built for Chromium
+(build/extension/chromium/, loaded unpacked) and passway-host, driven over the DevTools pipe. What the visits
+do with it is in engine_bridge.py.
+
+The administrator's policy: Chromium reads managed policies only from the system-wide folder
+/etc/chromium/policies/managed/. Run as root, the engine writes a policy file of its own there (a name no one
+else uses: passway-e2e-XXXXXXXX.json) before the browser starts and removes it (and any folder it made) when
+the run ends; otherwise it writes nothing there and approves the portal in the popup."""
 import base64
 import hashlib
 import json
 import os
-import re
-import time
+import tempfile
 import urllib.parse
 
 from devtools_pipe import DevToolsPipe
+from engine_bridge import HOST_NAME, BridgeEngine, poll
 
 CHROMIUM = '/usr/lib/chromium/chromium'
-HOST_NAME = 'com.orvane.passway'
-WAIT = 60  # seconds: the longest wait for anything a visit expects
+POLICY_DIR = '/etc/chromium/policies/managed'
+
+
+def extension_dir(build):
+    """The unpacked Chromium extension of a build (made by its target `extension`)."""
+    return os.path.join(build, 'extension', 'chromium')
 
 
 def extension_id(extension_dir):
@@ -25,62 +32,68 @@ def extension_id(extension_dir):
     return ''.join(chr(ord('a') + int(digit, 16)) for digit in hashlib.sha256(key).hexdigest()[:32])
 
 
-def poll(condition, seconds=WAIT, step=0.1):
-    """condition's first true value within `seconds`, else its last value."""
-    deadline = time.monotonic() + seconds
-    while True:
-        value = condition()
-        if value or time.monotonic() > deadline:
-            return value
-        time.sleep(step)
-
-
-class ChromiumEngine:
+class ChromiumEngine(BridgeEngine):
     name = 'chromium'
-    screenshot_name = 'portal-after-install-chromium.png'
-    bridge = True  # the plug-in runs in passway-host: the bridge's own checks apply
+    program = CHROMIUM
+    extension_dir = staticmethod(extension_dir)
 
     def __init__(self, build, source, host):
-        self.extension = os.path.join(source, 'extension')
-        self.host = os.path.realpath(host) if host else ''
-        self.id = extension_id(self.extension)
+        super().__init__(build, source, host)
         self.browser = None
-        self.tab = None
-        self.approved = set()
-        self._timings = {}
-        self.approved_at = None
+        self.policy_made = []  # the policy file and the folders made for it, removed at the end
 
-    def missing(self):
-        if not os.access(CHROMIUM, os.X_OK):
-            return 'Chromium (apt package chromium) is missing'
-        if not os.access(self.host, os.X_OK):
-            return 'passway-host is not built (%s)' % self.host
-        return None
-
-    def start(self, run):
-        """A fresh profile in the run's folder, with the host manifest pointing at the host."""
+    def launch(self, run):
+        """A fresh profile in the run's folder, with the host manifest pointing at the host; the policy."""
+        self.id = extension_id(self.extension)
         profile = os.path.join(run.work, 'chromium-profile')
         hosts = os.path.join(profile, 'NativeMessagingHosts')
         os.makedirs(hosts)
-        with open(os.path.join(self.extension, 'host-manifest', HOST_NAME + '.json.in')) as f:
-            manifest = f.read().replace('@PASSWAY_HOST_PATH@', self.host)
-        if json.loads(manifest)['allowed_origins'] != ['chrome-extension://%s/' % self.id]:
+        manifest = self.host_manifest()
+        if manifest['allowed_origins'] != ['chrome-extension://%s/' % self.id]:
             raise RuntimeError('the host manifest does not name the extension ID %s that its key gives' % self.id)
         with open(os.path.join(hosts, HOST_NAME + '.json'), 'w') as f:
-            f.write(manifest)
+            json.dump(manifest, f)
+        self.write_policy()
         # The browser's own log, kept after the run for a look when something failed.
         self.log_path = os.path.join(run.build, 'e2e', 'chromium-browser.log')
-        os.makedirs(os.path.dirname(self.log_path), exist_ok=True)
         env = dict(run.env, PASSWAY_HOST_PLUGIN=os.path.join(run.plugins, 'libtunvo_plugin_testroot.so'))
         argv = [CHROMIUM, '--headless=new', '--no-sandbox', '--user-data-dir=' + profile, '--no-first-run',
                 '--disable-gpu', '--disable-dev-shm-usage', '--disable-background-networking',
                 '--disable-component-update', '--disable-sync', '--load-extension=' + self.extension,
                 '--remote-debugging-pipe', '--window-size=800,500', '--enable-logging=stderr', '--v=0',
                 'about:blank']
-        self.launched = time.time()
         with open(self.log_path, 'w') as log:
             self.browser = DevToolsPipe(argv, env, log)
-        self.tab = self.open_tab('about:blank')
+        self.browser_pid = self.browser.process.pid
+
+    def write_policy(self):
+        if not self.portal_origin:
+            return
+        if os.geteuid() != 0:
+            self.policy_note = 'not root: no Chromium policy in %s' % POLICY_DIR
+            return
+        missing = []
+        folder = POLICY_DIR
+        while not os.path.isdir(folder):
+            missing.append(folder)
+            folder = os.path.dirname(folder)
+        for folder in reversed(missing):
+            os.mkdir(folder, 0o755)
+            self.policy_made.insert(0, folder)
+        fd, path = tempfile.mkstemp(prefix='passway-e2e-', suffix='.json', dir=POLICY_DIR)
+        self.policy_made.insert(0, path)
+        with os.fdopen(fd, 'w') as f:
+            json.dump({'3rdparty': {'extensions': {self.id: {'approvedOrigins': [self.portal_origin]}}}}, f)
+        os.chmod(path, 0o644)
+        self.policy = path
+
+    def remove_policy(self):
+        for path in self.policy_made:  # the file, then the folders from the deepest
+            try:
+                os.rmdir(path) if os.path.isdir(path) else os.remove(path)
+            except OSError as error:
+                print('e2e (chromium): could not remove %s: %s' % (path, error))
+        self.policy_made = []
 
     # ---- tabs ----------------------------------------------------------------------------------
     def open_tab(self, url):
@@ -91,130 +104,34 @@ class ChromiumEngine:
     def close_tab(self, tab):
         self.browser.command('Target.closeTarget', {'targetId': tab['target']})
 
-    def evaluate(self, tab, expression, wait=False):
-        """The expression's value in the tab's page (with wait, the value its promise gives), or None when it
-        throws (the page is not there yet)."""
+    def evaluate(self, tab, expression):
         result = self.browser.command('Runtime.evaluate', {'expression': expression, 'returnByValue': True,
-                                                           'awaitPromise': wait}, session=tab['session'])
+                                                           'awaitPromise': True}, session=tab['session'])
         if 'exceptionDetails' in result:
             return None
         return result['result'].get('value')
-
-    def holds(self, tab, expression):
-        return bool(self.evaluate(tab, '(function () { try { return !!(%s); } catch (e) { return false; } })()'
-                                  % expression))
 
     def go(self, tab, url):
         self.browser.command('Page.navigate', {'url': url}, session=tab['session'])
         poll(lambda: self.evaluate(tab, 'location.href') == url)
 
-    def loaded(self, tab):
-        """Waits until the tab's page has loaded (its elements are in)."""
-        return poll(lambda: self.evaluate(tab, 'document.readyState') == 'complete')
+    def screenshot(self, tab, path):
+        shot = self.browser.command('Page.captureScreenshot', {'format': 'png'}, session=tab['session'])
+        with open(path, 'wb') as f:
+            f.write(base64.b64decode(shot['data']))
 
-    def page_state(self, tab):
-        return (self.evaluate(tab, 'typeof transcript == "undefined" ? [] : transcript') or [],
-                self.evaluate(tab, "document.getElementById('status') ? document.getElementById('status').textContent : ''"))
-
-    # ---- approval, as a user gives it ------------------------------------------------------------
-    def popup(self, origin):
-        return self.open_tab('chrome-extension://%s/popup.html?origin=%s' % (self.id, urllib.parse.quote(origin, safe='')))
-
-    def allow_button(self, origin):
-        return 'document.querySelector(%s)' % json.dumps('button[data-origin="%s"]' % origin)
-
-    def waits_for_approval(self, origin):
-        """Whether the extension's popup offers "Allow this portal" for the origin (within the wait), and
-        the toolbar badge and title of the tab that shows the origin's page."""
-        popup = self.popup(origin)
-        try:
-            asked = poll(lambda: self.holds(popup, self.allow_button(origin)))
-            signal = self.evaluate(popup, """chrome.tabs.query({}).then(async (tabs) => {
-                const tab = tabs.find((t) => (t.url || '').startsWith(%s + '/'));
-                return tab ? [await chrome.action.getBadgeText({tabId: tab.id}),
-                              await chrome.action.getTitle({tabId: tab.id})] : [null, null];
-            })""" % json.dumps(origin), wait=True) or [None, None]
-            return asked, signal[0], signal[1]
-        finally:
-            self.close_tab(popup)
-
-    def approve(self, origin):
-        popup = self.popup(origin)
-        try:
-            if not poll(lambda: self.holds(popup, self.allow_button(origin))):
-                raise RuntimeError('the popup never offered "Allow this portal" for %s' % origin)
-            self._timings.setdefault('launch to the first page waiting for approval', time.time() - self.launched)
-            self.evaluate(popup, self.allow_button(origin) + '.click()')
-            self.approved_at = self.approved_at or time.time()
-            if not poll(lambda: self.holds(popup, "document.body.textContent.indexOf('Allowed') >= 0")):
-                raise RuntimeError('the popup did not confirm the approval of %s' % origin)
-        finally:
-            self.close_tab(popup)
-        self.approved.add(origin)
-
-    # ---- the shared visits ------------------------------------------------------------------------
-    def visit(self, url, until, screenshot=None):
-        """Opens url in the tab (approving its origin when it first asks), waits until the JavaScript
-        expression `until` holds, reads the page, takes the screenshot, and leaves the page."""
-        self.go(self.tab, url)
-        origin = '%s://%s' % urllib.parse.urlsplit(url)[:2]
-        if origin not in self.approved:
-            self.loaded(self.tab)
-            self.approve(origin)
-        poll(lambda: self.holds(self.tab, until))
-        page, status = self.page_state(self.tab)
-        if screenshot:
-            shot = self.browser.command('Page.captureScreenshot', {'format': 'png'}, session=self.tab['session'])
-            with open(screenshot, 'wb') as f:
-                f.write(base64.b64decode(shot['data']))
-        self.go(self.tab, 'about:blank')
-        return page, status
-
-    # ---- what the bridge's own checks look at ----------------------------------------------------
-    def host_processes(self):
-        """The pids of this browser's running hosts."""
-        pids = []
-        for name in os.listdir('/proc'):
-            if not name.isdigit():
-                continue
-            try:
-                argv = open('/proc/%s/cmdline' % name, 'rb').read().split(b'\0')
-                session = os.getsid(int(name))
-            except OSError:
-                continue
-            if session == self.browser.process.pid and any(
-                    os.path.realpath(arg.decode(errors='replace')) == self.host for arg in argv[:2] if arg):
-                pids.append(int(name))
-        return pids
-
-    @property
-    def timings(self):
-        """Seconds from the launch to the first page waiting for approval, and from the launch and from
-        the approval to the host's first message (the extension logs its "ready")."""
-        found = dict(self._timings)
-        ready = self._logged_at('passway: host ready')
-        if ready is not None and self.approved_at is not None:
-            found["approval to the host's first message"] = ready - self.approved_at
-            found["launch to the host's first message (the approval included)"] = ready - self.launched
-        return found
-
-    def _logged_at(self, text):
-        """The wall-clock time of the browser log's first line holding text (its stamp: MMDD/HHMMSS.micro)."""
-        with open(self.log_path, errors='replace') as f:
-            for line in f:
-                stamp = re.search(r':(\d\d)(\d\d)/(\d\d)(\d\d)(\d\d)(\.\d+):', line)
-                if text in line and stamp:
-                    month, day, hour, minute, second = (int(part) for part in stamp.groups()[:5])
-                    year = time.localtime().tm_year
-                    return time.mktime((year, month, day, hour, minute, second, 0, 0, -1)) + float(stamp.group(6))
-        return None
+    def popup_url(self, origin):
+        return 'chrome-extension://%s/popup.html?origin=%s' % (self.id, urllib.parse.quote(origin, safe=''))
 
     def log_tail(self):
         with open(self.log_path, errors='replace') as f:
             lines = [line for line in f if 'passway' in line or 'CONSOLE' in line or 'NativeMessaging' in line]
         return 'browser log (passway lines, tail):\n' + ''.join(lines[-40:])
 
-    def close(self):
-        if self.browser:
-            self.browser.close()
-            self.browser = None
+    def quit(self):
+        try:
+            if self.browser:
+                self.browser.close()
+                self.browser = None
+        finally:
+            self.remove_policy()

@@ -2,18 +2,22 @@
 """The end-to-end run in a real browser engine: the demo portal, the test plug-in, the fake service. Five
 visits, the same for every engine: install a signed package; connect and relay messages; leave the page
 (the service stops); probe a running service; a package with a bad signature (nothing is installed).
-With Chromium (the plug-in runs in passway-host, reached through the Passway extension) two more: a portal
-origin nobody approved starts no host, and a quote in a service reply reaches the page as text.
+With today's browsers, Chromium and Firefox (the plug-in runs in passway-host, reached through the Passway
+extension), the portal's origin is approved by the administrator's policy, and two more visits check the
+bridge: a portal origin nobody approved waits and starts no host until the user allows it in the
+extension's popup, and a quote in a service reply reaches the page as text.
 
-usage: run_e2e.py BUILD_DIR SOURCE_DIR [--engine qtwebkit|chromium] [--host=PATH]
+usage: run_e2e.py BUILD_DIR SOURCE_DIR [--engine qtwebkit|chromium|firefox] [--host=PATH]
 --host names passway-host (default BUILD_DIR/host/passway-host); an empty one means that the build has none,
-and the Chromium run skips. The environment variable PASSWAY_E2E_HOST, when set, names another host to test.
-Prints what the page heard on each visit and where the screenshot after the install is. Exit 0 when every
-check holds, 1 on the first failure, 77 when the engine (or for Chromium the host) is missing outside CI."""
+and the Chromium and Firefox runs skip. The environment variable PASSWAY_E2E_HOST, when set, names another
+host to test. Prints what the page heard on each visit, where the screenshot after the install is, and how
+long each visit took. Exit 0 when every check holds, 1 on the first failure, 77 when the engine (or the host)
+is missing outside CI."""
 import argparse
 import json
 import os
 import re
+import signal
 import subprocess
 import sys
 import time
@@ -22,10 +26,13 @@ import urllib.parse
 sys.dont_write_bytecode = True  # importing the shared modules leaves no __pycache__ in the source tree
 from demo_setup import DemoPortal, read
 from devtools_pipe import DevToolsError
+from engine_bridge import poll
 from engine_chromium import ChromiumEngine
+from engine_firefox import FirefoxEngine
 from engine_qtwebkit import QtWebKitEngine
+from marionette import MarionetteError
 
-ENGINES = {engine.name: engine for engine in (QtWebKitEngine, ChromiumEngine)}
+ENGINES = {engine.name: engine for engine in (QtWebKitEngine, ChromiumEngine, FirefoxEngine)}
 
 
 class Failure(Exception):
@@ -53,6 +60,7 @@ class Run(DemoPortal):
         os.makedirs(self.home)
         self.env = dict(os.environ, HOME=self.home, XDG_RUNTIME_DIR=self.work, **self.installer_env)
         self.size = os.path.getsize(self.package)
+        self.timings = {}  # seconds, by what was timed: printed at the end, never checked
 
     def run_file(self, name):
         return read(os.path.join(self.root, 'var', 'run', name))
@@ -130,10 +138,11 @@ def bad_signature(run):
     check(not run.run_file('installer.log'), 'bad signature: the installer ran')
 
 
-# ---- what only the bridge (Chromium, the extension and passway-host) adds ------------------------------
-def unapproved_origin(run):
-    print('== bridge: a portal origin nobody approved starts no host')
-    # The same portal under another name is another origin, which nobody approved.
+# ---- what only the bridge (the extension and passway-host) adds ---------------------------------------
+def user_approval(run):
+    print('== bridge: a portal origin nobody approved waits and starts no host, until the user allows it')
+    # The same portal under another name is another origin, which nobody approved. With no client
+    # installed (visit 5 left none), a connecting element tells the page so: the plug-in's first call.
     origin = 'http://localhost:%d' % run.port
     url = run.url('mode=connect&answers=hello').replace('http://127.0.0.1:', 'http://localhost:')
     engine, plugin_log = run.engine, os.path.join(run.home, '.Orvane', 'tunvo_plugin.log')
@@ -143,17 +152,28 @@ def unapproved_origin(run):
     try:
         engine.loaded(tab)
         asked, badge, title = engine.waits_for_approval(origin)
-        page, _ = engine.page_state(tab)
+        waiting, _ = engine.page_state(tab)
         hosts_while_waiting = engine.host_processes()
+        print('   toolbar: badge %r, title %r' % (badge, title))
+        print('   hosts before: %s, while the page waits: %s' % (hosts, hosts_while_waiting))
+        check(asked, 'unapproved: the extension did not ask the user about %s' % origin)
+        check(badge == '?' and origin in (title or ''), 'unapproved: the toolbar shows %r, %r' % (badge, title))
+        check(hosts_while_waiting == hosts, 'unapproved: a host started for %s' % origin)
+        check(created() == elements, 'unapproved: the plug-in created an element for %s' % origin)
+        check(waiting == [], 'unapproved: the page heard %r' % waiting)
+
+        clicked = time.monotonic()
+        engine.approve(origin)
+        poll(lambda: engine.holds(tab, 'transcript.length > 0'))
+        run.timings['user approval to the page\'s first plug-in call'] = time.monotonic() - clicked
+        page, _ = engine.page_state(tab)
+        hosts_after = engine.host_processes()
     finally:
         engine.close_tab(tab)
-    print('   toolbar: badge %r, title %r' % (badge, title))
-    print('   hosts before: %s, while the page waits: %s' % (hosts, hosts_while_waiting))
-    check(asked, 'unapproved: the extension did not ask the user about %s' % origin)
-    check(badge == '?' and origin in (title or ''), 'unapproved: the toolbar shows %r, %r' % (badge, title))
-    check(hosts_while_waiting == hosts, 'unapproved: a host started for %s' % origin)
-    check(created() == elements, 'unapproved: the plug-in created an element for %s' % origin)
-    check(page == [], 'unapproved: the page heard %r' % page)
+    print('   after "Allow this portal": the page heard %r; hosts: %s' % (page, hosts_after))
+    check(page == ['not installed'], 'allowed: the page heard %r, not the plug-in\'s VPNNotInstalled' % page)
+    check(len(hosts_after) == len(hosts) + 1, 'allowed: no host of its own started for the tab')
+    check(created() == elements + 1, 'allowed: the plug-in did not create the element')
 
 
 def quote_in_reply(run):
@@ -178,7 +198,7 @@ def quote_in_reply(run):
 
 
 VISITS = [install, connect, leave, probe, bad_signature]
-BRIDGE_VISITS = [unapproved_origin, quote_in_reply]
+BRIDGE_VISITS = [user_approval, quote_in_reply]
 
 
 def main():
@@ -186,7 +206,7 @@ def main():
     parser.add_argument('build')
     parser.add_argument('source')
     parser.add_argument('--engine', choices=sorted(ENGINES), default='qtwebkit')
-    parser.add_argument('--host', help='passway-host for the Chromium run (empty: the build has none)')
+    parser.add_argument('--host', help='passway-host for the Chromium and Firefox runs (empty: the build has none)')
     args = parser.parse_args()
     build, source = os.path.abspath(args.build), os.path.abspath(args.source)
     host = os.environ.get('PASSWAY_E2E_HOST') or args.host
@@ -200,19 +220,23 @@ def main():
     if missing:
         print('e2e (%s): %s' % (engine.name, missing))
         return 1 if os.environ.get('CI') else 77
+    # A run stopped by SIGTERM (a time-out, a kill) still ends its browser and removes what it wrote.
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
     started = time.monotonic()
     run = Run(build, source, engine)
     try:
         engine.start(run)
         visits = VISITS + (BRIDGE_VISITS if engine.bridge else [])
         for visit in visits:
+            began = time.monotonic()
             visit(run)
+            run.timings['visit: ' + visit.__name__.replace('_', ' ')] = time.monotonic() - began
         print('e2e (%s): %d visits passed, 0 failed' % (engine.name, len(visits)))
-        for name, seconds in getattr(engine, 'timings', {}).items():
+        for name, seconds in list(getattr(engine, 'timings', {}).items()) + list(run.timings.items()):
             print('   %s: %.2f s' % (name, seconds))
         print('   whole run: %.1f s' % (time.monotonic() - started))
         return 0
-    except (Failure, DevToolsError, RuntimeError) as failure:  # a check, the browser, or the engine's steps
+    except (Failure, DevToolsError, MarionetteError, RuntimeError) as failure:  # a check, the browser, a step
         print('e2e (%s) FAILED: %s' % (engine.name, failure))
         print('plug-in log (tail):\n' + read(os.path.join(run.home, '.Orvane', 'tunvo_plugin.log'))[-3000:])
         print(engine.log_tail())

@@ -1,0 +1,170 @@
+"""What the two engines of today's browsers share (engine_chromium.py, engine_firefox.py): the plug-in runs in
+passway-host, reached through the Passway extension built for that browser (build/extension/BROWSER/). One
+browser and one tab serve the shared visits: leaving a page navigates the tab to about:blank, so the tab's host
+(and the plug-in in it) lives on across pages, as it does for a user.
+
+A portal origin is approved in one of two ways, both exercised by a run:
+- the administrator's managed policy `approvedOrigins`, written before the browser starts, approves the demo
+  portal's origin (http://127.0.0.1:PORT): its visits proceed with no one asked. Where a browser's policy
+  cannot be written (Chromium's is system-wide: only root may), the engine approves that origin in the popup
+  instead, and says so;
+- the user's click on "Allow this portal" in the extension's popup (opened as a tab, popup.html?origin=O),
+  for the other origin (http://localhost:PORT) in the bridge's own visit.
+
+A browser driver provides: launch(run) (host manifest, policy, the browser), open_tab(url), close_tab(tab),
+go(tab, url), evaluate(tab, expression) (the value, awaited when a promise, or None when it throws),
+screenshot(tab, path), popup_url(origin), browser_pid, log_tail(), quit()."""
+import json
+import os
+import time
+import urllib.parse
+
+HOST_NAME = 'com.orvane.passway'
+WAIT = 60  # seconds: the longest wait for anything a visit expects
+
+
+def poll(condition, seconds=WAIT, step=0.1):
+    """condition's first true value within `seconds`, else its last value."""
+    deadline = time.monotonic() + seconds
+    while True:
+        value = condition()
+        if value or time.monotonic() > deadline:
+            return value
+        time.sleep(step)
+
+
+class BridgeEngine:
+    bridge = True  # the plug-in runs in passway-host: the bridge's own checks apply
+    program = None  # the browser's executable (a driver sets it)
+
+    def __init__(self, build, source, host):
+        self.source = source
+        self.host = os.path.realpath(host) if host else ''
+        self.extension = self.extension_dir(build)
+        self.screenshot_name = 'portal-after-install-%s.png' % self.name
+        self.tab = None
+        self.approved = set()   # origins approved so far, by the policy or in the popup
+        self.policy = None      # where the administrator's policy approving the portal's origin lives
+        self.policy_note = ''   # why there is none
+        self.timings = {}
+
+    @staticmethod
+    def extension_dir(build):
+        raise NotImplementedError
+
+    def missing(self):
+        if not os.access(self.program, os.X_OK):
+            return '%s is missing (%s)' % (self.name, self.program)
+        if not os.access(self.host, os.X_OK):
+            return 'passway-host is not built (%s)' % self.host
+        if not os.path.exists(os.path.join(self.extension, 'manifest.json')):
+            return 'the extension is not built (%s)' % self.extension
+        return None
+
+    def host_manifest(self):
+        """The browser's host manifest (extension/host-manifest/BROWSER/), pointing at the host under test."""
+        with open(os.path.join(self.source, 'extension', 'host-manifest', self.name, HOST_NAME + '.json.in')) as f:
+            return json.loads(f.read().replace('@PASSWAY_HOST_PATH@', self.host))
+
+    def start(self, run):
+        """Starts the browser for the run (its work, build, env and plugins; and its port, when it serves the
+        demo portal: then the policy approves the portal's origin where the browser allows one)."""
+        port = getattr(run, 'port', None)
+        self.portal_origin = 'http://127.0.0.1:%d' % port if port else None
+        os.makedirs(os.path.join(run.build, 'e2e'), exist_ok=True)
+        self.launched = time.monotonic()
+        self.launch(run)
+        self.tab = self.open_tab('about:blank')
+        self.timings['launch to the browser\'s first tab'] = time.monotonic() - self.launched
+        if self.policy:
+            self.approved.add(self.portal_origin)
+            print('approval: the policy approves %s (%s)' % (self.portal_origin, self.policy))
+        elif self.portal_origin:
+            print('approval: %s; the first visit approves %s in the popup instead'
+                  % (self.policy_note, self.portal_origin))
+
+    # ---- pages -----------------------------------------------------------------------------------
+    def holds(self, tab, expression):
+        return bool(self.evaluate(tab, '(function () { try { return !!(%s); } catch (e) { return false; } })()'
+                                  % expression))
+
+    def loaded(self, tab):
+        """Waits until the tab's page has loaded (its elements are in)."""
+        return poll(lambda: self.evaluate(tab, 'document.readyState') == 'complete')
+
+    def page_state(self, tab):
+        return (self.evaluate(tab, 'typeof transcript == "undefined" ? [] : transcript') or [],
+                self.evaluate(tab, "document.getElementById('status') ? document.getElementById('status').textContent : ''"))
+
+    # ---- approval, as a user gives it ------------------------------------------------------------
+    def allow_button(self, origin):
+        return 'document.querySelector(%s)' % json.dumps('button[data-origin="%s"]' % origin)
+
+    def waits_for_approval(self, origin, seconds=WAIT):
+        """Whether the extension's popup offers "Allow this portal" for the origin (within `seconds`), and
+        the toolbar badge and title of the tab that shows the origin's page."""
+        popup = self.open_tab(self.popup_url(origin))
+        try:
+            asked = poll(lambda: self.holds(popup, self.allow_button(origin)), seconds)
+            signal = self.evaluate(popup, """chrome.tabs.query({}).then(async (tabs) => {
+                const tab = tabs.find((t) => (t.url || '').startsWith(%s + '/'));
+                return tab ? [await chrome.action.getBadgeText({tabId: tab.id}),
+                              await chrome.action.getTitle({tabId: tab.id})] : [null, null];
+            })""" % json.dumps(origin)) or [None, None]
+            return asked, signal[0], signal[1]
+        finally:
+            self.close_tab(popup)
+
+    def approve(self, origin):
+        """Clicks "Allow this portal" for the origin in the extension's popup."""
+        popup = self.open_tab(self.popup_url(origin))
+        try:
+            if not poll(lambda: self.holds(popup, self.allow_button(origin))):
+                raise RuntimeError('the popup never offered "Allow this portal" for %s' % origin)
+            self.evaluate(popup, self.allow_button(origin) + '.click()')
+            if not poll(lambda: self.holds(popup, "document.body.textContent.indexOf('Allowed') >= 0")):
+                raise RuntimeError('the popup did not confirm the approval of %s' % origin)
+        finally:
+            self.close_tab(popup)
+        self.approved.add(origin)
+
+    # ---- the shared visits ------------------------------------------------------------------------
+    def visit(self, url, until, screenshot=None):
+        """Opens url in the tab (approving its origin in the popup when neither the policy nor the user has),
+        waits until the JavaScript expression `until` holds, reads the page, takes the screenshot, and
+        leaves the page."""
+        self.go(self.tab, url)
+        origin = '%s://%s' % urllib.parse.urlsplit(url)[:2]
+        if origin not in self.approved:
+            self.loaded(self.tab)
+            self.approve(origin)
+        if not poll(lambda: self.holds(self.tab, until)) and origin == self.portal_origin and self.policy:
+            asked, _, _ = self.waits_for_approval(origin, seconds=1)
+            if asked:
+                raise RuntimeError('the policy (%s) did not approve %s: the extension asks the user'
+                                   % (self.policy, origin))
+        page, status = self.page_state(self.tab)
+        if screenshot:
+            self.screenshot(self.tab, screenshot)
+        self.go(self.tab, 'about:blank')
+        return page, status
+
+    # ---- what the bridge's own checks look at ----------------------------------------------------
+    def host_processes(self):
+        """The pids of this browser's running hosts (the browser runs in a session of its own)."""
+        pids = []
+        for name in os.listdir('/proc'):
+            if not name.isdigit():
+                continue
+            try:
+                argv = open('/proc/%s/cmdline' % name, 'rb').read().split(b'\0')
+                session = os.getsid(int(name))
+            except OSError:
+                continue
+            if session == self.browser_pid and any(
+                    os.path.realpath(arg.decode(errors='replace')) == self.host for arg in argv[:2] if arg):
+                pids.append(int(name))
+        return pids
+
+    def close(self):
+        self.quit()

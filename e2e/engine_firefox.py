@@ -1,0 +1,194 @@
+"""The Firefox engine of the end-to-end run: headless Firefox ESR with the Passway extension as built for Firefox
+(build/extension/passway-firefox.xpi) and passway-host, driven over Marionette (marionette.py). What the
+visits do with it is in engine_bridge.py.
+
+Everything lives in the run's temporary folder: a fresh profile holding the unsigned extension
+(extensions/ID.xpi, with xpinstall.signatures.required off: Firefox ESR honours that) and user.js, and the
+run's home folder, where Firefox looks for what is per user:
+- HOME/.mozilla/native-messaging-hosts/com.orvane.passway.json, the host manifest;
+- HOME/.mozilla/managed-storage/ID.json, the administrator's policy: the managed storage manifest that gives
+  the extension its storage.managed `approvedOrigins` (system-wide its folder is
+  /usr/lib/mozilla/managed-storage/; Firefox reads a policies.json only from system-wide folders).
+The extension's pages get a fixed address (the extensions.webextensions.uuids pref), so the engine can open
+the popup as a tab; Marionette opens such a page only from the browser's own chrome, which needs
+-remote-allow-system-access."""
+import base64
+import json
+import os
+import shutil
+import subprocess
+import time
+import urllib.parse
+
+from engine_bridge import HOST_NAME, BridgeEngine, poll
+from marionette import Marionette, MarionetteError
+
+FIREFOX = '/usr/lib/firefox-esr/firefox-esr'
+EXTENSION_UUID = '7d1f3a52-6c0e-4b8e-9a35-0e2e50a55a11'  # the extension's pages: moz-extension://UUID/
+
+
+class FirefoxEngine(BridgeEngine):
+    name = 'firefox'
+    program = FIREFOX
+
+    @staticmethod
+    def extension_dir(build):
+        return os.path.join(build, 'extension', 'firefox')
+
+    def __init__(self, build, source, host):
+        super().__init__(build, source, host)
+        self.xpi = os.path.join(build, 'extension', 'passway-firefox.xpi')
+        self.process = None
+        self.marionette = None
+        self.current = None  # the tab Marionette's commands go to
+
+    def launch(self, run):
+        with open(os.path.join(self.extension, 'manifest.json')) as f:
+            self.id = json.load(f)['browser_specific_settings']['gecko']['id']
+        manifest = self.host_manifest()
+        if manifest['allowed_extensions'] != [self.id]:
+            raise RuntimeError('the host manifest does not name the extension %s' % self.id)
+        mozilla = os.path.join(run.home, '.mozilla')
+        write_json(os.path.join(mozilla, 'native-messaging-hosts', HOST_NAME + '.json'), manifest)
+        if self.portal_origin:
+            self.policy = os.path.join(mozilla, 'managed-storage', self.id + '.json')
+            write_json(self.policy, {'name': self.id, 'description': 'Passway: the portals approved ahead',
+                                     'type': 'storage', 'data': {'approvedOrigins': [self.portal_origin]}})
+
+        profile = os.path.join(run.work, 'firefox-profile')
+        os.makedirs(os.path.join(profile, 'extensions'))
+        shutil.copy(self.xpi, os.path.join(profile, 'extensions', self.id + '.xpi'))
+        prefs = {
+            'xpinstall.signatures.required': False,   # the extension is not signed
+            'extensions.autoDisableScopes': 0,         # a profile's own extension starts enabled
+            'extensions.webextensions.uuids': json.dumps({self.id: EXTENSION_UUID}),
+            'marionette.port': 0,                      # any free port, written to MarionetteActivePort
+            'devtools.console.stdout.chrome': True,    # the extension's console goes to the browser log
+            'browser.shell.checkDefaultBrowser': False,
+            'datareporting.policy.dataSubmissionEnabled': False,
+            'toolkit.telemetry.reportingpolicy.firstRun': False,
+            'browser.startup.homepage_override.mstone': 'ignore',
+            'app.update.disabledForTesting': True,
+        }
+        with open(os.path.join(profile, 'user.js'), 'w') as f:
+            f.writelines('user_pref(%s, %s);\n' % (json.dumps(name), json.dumps(value)) for name, value in prefs.items())
+
+        self.log_path = os.path.join(run.build, 'e2e', 'firefox-browser.log')
+        env = dict(run.env, PASSWAY_HOST_PLUGIN=os.path.join(run.plugins, 'libtunvo_plugin_testroot.so'))
+        argv = [FIREFOX, '--headless', '--no-remote', '--marionette', '-remote-allow-system-access',
+                '--profile', profile, 'about:blank']
+        with open(self.log_path, 'w') as log:
+            self.process = subprocess.Popen(argv, env=env, stdin=subprocess.DEVNULL, stdout=log, stderr=log,
+                                            start_new_session=True)
+        self.browser_pid = self.process.pid
+        port_file = os.path.join(profile, 'MarionetteActivePort')
+        port = poll(lambda: read_port(port_file) or (self.process.poll() is not None and -1))
+        if not port or port < 0:
+            raise RuntimeError('Firefox did not start Marionette (exit %s)' % self.process.poll())
+        self.marionette = Marionette(port)
+        self.marionette.command('WebDriver:NewSession', {'capabilities': {'alwaysMatch': {'pageLoadStrategy': 'normal'}}})
+        self.current = self.marionette.command('WebDriver:GetWindowHandle')
+        self.marionette.command('WebDriver:SetWindowRect', {'width': 800, 'height': 600})
+
+    # ---- tabs ----------------------------------------------------------------------------------
+    def command(self, name, parameters=None, tab=None):
+        if tab is not None and tab != self.current:
+            self.marionette.command('WebDriver:SwitchToWindow', {'handle': tab, 'focus': True})
+            self.current = tab
+        return self.marionette.command(name, parameters)
+
+    def open_tab(self, url):
+        if url.startswith('moz-extension:'):
+            # A web page cannot open the extension's pages, nor can Marionette navigate to them: the browser
+            # window's own script can.
+            before = set(self.marionette.command('WebDriver:GetWindowHandles'))
+            self.marionette.command('Marionette:SetContext', {'value': 'chrome'})
+            try:
+                self.marionette.command('WebDriver:ExecuteScript', {'script': """
+                    gBrowser.selectedTab = gBrowser.addTab(arguments[0], {
+                        triggeringPrincipal: Services.scriptSecurityManager.getSystemPrincipal()});""",
+                    'args': [url]})
+            finally:
+                self.marionette.command('Marionette:SetContext', {'value': 'content'})
+            new = poll(lambda: set(self.marionette.command('WebDriver:GetWindowHandles')) - before)
+            if not new:
+                raise RuntimeError('no tab opened for %s' % url)
+            tab = new.pop()
+        else:
+            tab = self.command('WebDriver:NewWindow', {'type': 'tab', 'focus': True})['handle']
+            self.command('WebDriver:Navigate', {'url': url}, tab=tab)
+        return tab
+
+    def close_tab(self, tab):
+        self.command('WebDriver:CloseWindow', tab=tab)
+        self.current = None
+
+    def evaluate(self, tab, expression):
+        try:
+            return self.command('WebDriver:ExecuteScript', {'script': 'return (%s);' % expression, 'args': []}, tab=tab)
+        except MarionetteError as error:
+            if 'javascript error' in str(error) or 'no such window' in str(error):
+                return None  # the page threw, or is not there yet
+            raise
+
+    def go(self, tab, url):
+        self.command('WebDriver:Navigate', {'url': url}, tab=tab)
+
+    def screenshot(self, tab, path):
+        shot = self.command('WebDriver:TakeScreenshot', {'full': False}, tab=tab)
+        with open(path, 'wb') as f:
+            f.write(base64.b64decode(shot))
+
+    def popup_url(self, origin):
+        return 'moz-extension://%s/popup.html?origin=%s' % (EXTENSION_UUID, urllib.parse.quote(origin, safe=''))
+
+    def log_tail(self):
+        with open(self.log_path, errors='replace') as f:
+            lines = [line for line in f if 'passway' in line.lower() or 'native' in line.lower()]
+        return 'browser log (passway lines, tail):\n' + ''.join(lines[-40:])
+
+    def quit(self):
+        if self.marionette:
+            try:
+                self.marionette.command('Marionette:Quit', {'flags': ['eForceQuit']})
+            except MarionetteError:
+                pass
+            self.marionette.close()
+            self.marionette = None
+        if self.process and self.process.poll() is None:
+            try:
+                self.process.wait(timeout=20)
+            except subprocess.TimeoutExpired:
+                os.killpg(self.process.pid, 15)
+                self.process.wait()
+        # The browser's helpers (the crash helper, content processes) share its session: none may outlive it.
+        if self.process and poll(lambda: not session_members(self.process.pid), seconds=10) is False:
+            os.killpg(self.process.pid, 9)
+        self.process = None
+
+
+def write_json(path, value):
+    os.makedirs(os.path.dirname(path), exist_ok=True)
+    with open(path, 'w') as f:
+        json.dump(value, f, indent=2)
+
+
+def read_port(path):
+    try:
+        with open(path) as f:
+            text = f.read().strip()
+        return int(text) if text.isdigit() else None
+    except OSError:
+        return None
+
+
+def session_members(sid):
+    members = []
+    for name in os.listdir('/proc'):
+        if name.isdigit():
+            try:
+                if os.getsid(int(name)) == sid:
+                    members.append(int(name))
+            except OSError:
+                pass
+    return members
