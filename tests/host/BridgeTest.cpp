@@ -201,8 +201,13 @@ protected:
         answerCalls();
         return sentOp("fetch").empty() ? json() : sentOp("fetch").back();
     }
-    void deliver(const json& fetch, const std::string& bytes) {
-        send({{"op", "data"}, {"request", fetch["request"]}, {"data", opensslBase64(bytes)}});
+    // A piece of the body, in the extension's own layout (read without the JSON library) or in any other.
+    void deliver(const json& fetch, const std::string& bytes, bool extensionLayout = true) {
+        if (extensionLayout)
+            sendText("{\"op\":\"data\",\"request\":" + fetch["request"].dump() + ",\"data\":\"" + opensslBase64(bytes) +
+                     "\"}");
+        else
+            send({{"op", "data"}, {"request", fetch["request"]}, {"data", opensslBase64(bytes)}});
         answerCalls();
     }
     std::string packageFile() const {
@@ -218,7 +223,7 @@ TEST_F(PackageTest, TheFetchedPackageIsStreamedVerifiedAndInstalled) {
     ASSERT_EQ(kPackageUrl, fetch["url"]);
     send({{"op", "response"}, {"request", fetch["request"]}, {"status", 200}, {"mimeType", "application/x-tar"}});
     answerCalls();
-    deliver(fetch, package.substr(0, 100));
+    deliver(fetch, package.substr(0, 100), false);
     deliver(fetch, package.substr(100));
     send({{"op", "end"}, {"request", fetch["request"]}, {"ok", true}});
     answerCalls();
