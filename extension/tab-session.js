@@ -2,11 +2,12 @@
 // opened when the first element of an approved origin appears and kept until the tab closes (the plug-in
 // stays loaded across the tab's page loads, as in a browser). Protocol: docs/bridge.md.
 import { forgetTab, isApproved, setWaiting } from './approval.js';
-import { callInPage } from './page-call.js';
+import { callsInPage } from './page-call.js';
 import { PartJoiner } from './parts.js';
 
 const HOST_NAME = 'com.orvane.passway';
 const PROTOCOL_VERSION = 1;
+const MAX_CALLS_AT_ONCE = 256;  // page calls in one injection
 
 export class TabSession {
   #tabId;
@@ -15,7 +16,8 @@ export class TabSession {
   #nextElement = 1;
   #elements = new Map();  // element id -> {id, frame, attributes, state}
   #requests = new Map();  // fetch request id -> element
-  #calls = Promise.resolve();  // page calls run one after the other, in the host's order
+  #queuedCalls = [];  // page calls in the host's order, waiting for the injection before them
+  #calling = false;
 
   constructor(tabId) {
     this.#tabId = tabId;
@@ -182,12 +184,31 @@ export class TabSession {
   #pageCall({ call, element: id, function: name, args }) {
     const element = this.#elements.get(id);
     if (element?.state !== 'created') return;  // the host dropped the element's calls with it
-    const answer = typeof name === 'string' && Array.isArray(args)
-      ? () => callInPage(this.#tabId, element.frame.documentId, element.frame.frameId, name, args)
-      : async () => ({ error: 'bad call' });
-    this.#calls = this.#calls.then(answer).then((result) => {
-      if (element.state === 'created') this.#send({ op: 'result', call, ...result });
-    });
+    this.#queuedCalls.push({ call, element, name, args });
+    if (!this.#calling) this.#runCalls();
+  }
+
+  // Makes the queued page calls in order. The calls for one document that queued up while the injection
+  // before them ran go in one injection: a download's hundreds of progress calls stay cheap.
+  async #runCalls() {
+    this.#calling = true;
+    while (this.#queuedCalls.length > 0) {
+      const first = this.#queuedCalls[0].element.frame;
+      let count = 1;
+      while (count < this.#queuedCalls.length && count < MAX_CALLS_AT_ONCE &&
+             this.#queuedCalls[count].element.frame === first) ++count;
+      const batch = this.#queuedCalls.splice(0, count);
+      const good = batch.filter(({ name, args }) => typeof name === 'string' && Array.isArray(args));
+      const results = good.length > 0
+        ? await callsInPage(this.#tabId, first.documentId, first.frameId, good.map(({ name, args }) => [name, args]))
+        : [];
+      for (const entry of batch) {
+        const at = good.indexOf(entry);
+        const result = at >= 0 ? results[at] : { error: 'bad call' };
+        if (entry.element.state === 'created') this.#send({ op: 'result', call: entry.call, ...result });
+      }
+    }
+    this.#calling = false;
   }
 
   #startDownload({ request, element: id, url }) {
