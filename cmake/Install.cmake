@@ -2,7 +2,13 @@
 #   plugin       (default)  the plug-in in <prefix>/lib/mozilla/plugins (or PASSWAY_PLUGIN_INSTALL_DIR);
 #                           the guides in <prefix>/share/doc/passway-plugin
 #   tools        (default)  passway-sign in <prefix>/bin
+#   host         (default)  passway-host in <prefix>/lib/passway; its manifests where each browser looks for
+#                           everyone: /etc/chromium/native-messaging-hosts, /etc/opt/chrome/native-messaging-hosts,
+#                           /usr/lib/mozilla/native-messaging-hosts (absolute: DESTDIR applies, the prefix not);
+#                           the extension packages in <prefix>/share/passway/extension
 #   user-plugin  (on request) the plug-in in ~/.mozilla/plugins of whoever installs, decided at install time
+#   user-host    (on request) passway-host in ~/.local/lib/passway and its manifests in the per-user folders
+#                           of Chromium, Chrome and Firefox, for whoever installs
 #   dev          (on request) the static libraries in <prefix>/<libdir>, their headers side by side in
 #                           <prefix>/include/passway, the CMake package Passway and passway.pc
 # Nothing here depends on the prefix given at configure time: `cmake --install build --prefix P` works
@@ -36,6 +42,45 @@ install(TARGETS passway-sign RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONE
 install(CODE "file(INSTALL DESTINATION \"\$ENV{HOME}/.mozilla/plugins\" TYPE SHARED_LIBRARY
                    FILES \"$<TARGET_FILE:tunvo_plugin>\")"
         COMPONENT user-plugin EXCLUDE_FROM_ALL)
+
+# ---- host and user-host -----------------------------------------------------------
+# passway_host_manifest(COMPONENT BROWSER FOLDER HOST [EXCLUDE_FROM_ALL]): an install step that writes the
+# browser's host manifest (extension/host-manifest/BROWSER/) into FOLDER with "path" set to HOST. Both are
+# read when the install runs, so they may name \${CMAKE_INSTALL_PREFIX} (the install's prefix) or
+# \$ENV{HOME}; file(INSTALL) adds DESTDIR to FOLDER, never to the path written into the manifest.
+function(passway_host_manifest component browser folder host)
+  set(template ${PROJECT_SOURCE_DIR}/extension/host-manifest/${browser}/com.orvane.passway.json.in)
+  set(staging ${CMAKE_BINARY_DIR}/package/host-manifest)
+  install(CODE "
+    file(READ \"${template}\" manifest)
+    string(REPLACE \"@PASSWAY_HOST_PATH@\" \"${host}\" manifest \"\${manifest}\")
+    string(MD5 staged \"${folder} ${host} \$ENV{DESTDIR}\")  # installs side by side do not share a file
+    file(WRITE \"${staging}/\${staged}/com.orvane.passway.json\" \"\${manifest}\")
+    file(INSTALL DESTINATION \"${folder}\" TYPE FILE FILES \"${staging}/\${staged}/com.orvane.passway.json\")
+    file(REMOVE_RECURSE \"${staging}/\${staged}\")"
+    COMPONENT ${component} ${ARGN})
+endfunction()
+
+set(PASSWAY_HOST_INSTALL_DIR lib/passway)  # literally lib, like the plug-in's folder
+install(TARGETS passway-host RUNTIME DESTINATION ${PASSWAY_HOST_INSTALL_DIR} COMPONENT host)
+set(installed_host "\${CMAKE_INSTALL_PREFIX}/${PASSWAY_HOST_INSTALL_DIR}/passway-host")
+passway_host_manifest(host chromium /etc/chromium/native-messaging-hosts "${installed_host}")
+passway_host_manifest(host chromium /etc/opt/chrome/native-messaging-hosts "${installed_host}")
+passway_host_manifest(host firefox /usr/lib/mozilla/native-messaging-hosts "${installed_host}")
+# The extension packages, for whoever hands them out (the unpacked ones stay in the build).
+install(FILES ${CMAKE_BINARY_DIR}/extension/passway-chromium.zip ${CMAKE_BINARY_DIR}/extension/passway-firefox.xpi
+        DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/passway/extension COMPONENT host)
+
+set(user_host "\$ENV{HOME}/.local/${PASSWAY_HOST_INSTALL_DIR}/passway-host")
+install(CODE "file(INSTALL DESTINATION \"\$ENV{HOME}/.local/${PASSWAY_HOST_INSTALL_DIR}\" TYPE EXECUTABLE
+                   FILES \"$<TARGET_FILE:passway-host>\")"
+        COMPONENT user-host EXCLUDE_FROM_ALL)
+passway_host_manifest(user-host chromium "\$ENV{HOME}/.config/chromium/NativeMessagingHosts" "${user_host}"
+                      EXCLUDE_FROM_ALL)
+passway_host_manifest(user-host chromium "\$ENV{HOME}/.config/google-chrome/NativeMessagingHosts" "${user_host}"
+                      EXCLUDE_FROM_ALL)
+passway_host_manifest(user-host firefox "\$ENV{HOME}/.mozilla/native-messaging-hosts" "${user_host}"
+                      EXCLUDE_FROM_ALL)
 
 # ---- dev ------------------------------------------------------------------------
 # The headers include one another by bare name ("String", "Hash", ...), and no two folders share a name:

@@ -1,6 +1,9 @@
 # The Debian package: `cpack -G DEB` in the build folder makes passway-plugin_<version>_<arch>.deb from
-# the plugin and tools components (never dev), installed under /usr whatever the build's prefix:
-#   /usr/lib/mozilla/plugins/libtunvo_plugin.so, /usr/bin/passway-sign, /usr/share/doc/passway-plugin/
+# the plugin, tools and host components (never dev), installed under /usr whatever the build's prefix:
+#   /usr/lib/mozilla/plugins/libtunvo_plugin.so, /usr/bin/passway-sign, /usr/share/doc/passway-plugin/,
+#   /usr/lib/passway/passway-host, /usr/share/passway/extension/ (the extension packages), and the host's
+#   manifests: /usr/lib/mozilla/native-messaging-hosts/ and, as conffiles, /etc/chromium/native-messaging-hosts/
+#   and /etc/opt/chrome/native-messaging-hosts/
 # Binaries are stripped; dpkg-shlibdeps works out the dependencies. A deployment names its own
 # maintainer with -DCPACK_DEBIAN_PACKAGE_MAINTAINER="Name <address>".
 set(CPACK_GENERATOR DEB)
@@ -8,6 +11,11 @@ set(CPACK_PACKAGE_NAME passway-plugin)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_VENDOR Orvane)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+# The install runs with the prefix /usr and DESTDIR in the staging folder, so that the host's manifests, which
+# name the installed host with the install's prefix, name /usr/lib/passway/passway-host, and the absolute
+# folders under /etc land in the staging folder too.
+set(CPACK_SET_DESTDIR ON)
+set(CPACK_INSTALL_PREFIX ${CPACK_PACKAGING_INSTALL_PREFIX})
 set(CPACK_STRIP_FILES ON)
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Orvane Passway browser plug-in for VPN portals")
 # The summary above is the first line; this is the rest (lines of at most 80 characters).
@@ -18,11 +26,16 @@ its RSA signature against the certificate compiled into the plug-in, installs
 it, starts and stops the service, and relays messages between the page and the
 service.
 .
+Today's browsers no longer load NPAPI plug-ins: for Chromium, Chrome and
+Firefox the package carries passway-host, the native messaging host that runs
+the plug-in for the Passway extension, its manifests for those browsers, and
+the extension packages in /usr/share/passway/extension.
+.
 Also contains passway-sign, which signs client packages for the portal.")
 
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_COMPONENTS_GROUPING ALL_COMPONENTS_IN_ONE)
-set(CPACK_COMPONENTS_ALL plugin tools)
+set(CPACK_COMPONENTS_ALL plugin tools host)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION net)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
@@ -45,5 +58,12 @@ execute_process(COMMAND gzip -9nc ${CMAKE_BINARY_DIR}/package/changelog
                 OUTPUT_FILE ${CMAKE_BINARY_DIR}/package/changelog.gz COMMAND_ERROR_IS_FATAL ANY)
 install(FILES ${CMAKE_BINARY_DIR}/package/changelog.gz DESTINATION ${PASSWAY_DOC_INSTALL_DIR} COMPONENT plugin)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+# What the package puts in /etc is configuration (Debian policy): dpkg keeps an administrator's edits and
+# removes those files only when the package is purged.
+file(WRITE ${CMAKE_BINARY_DIR}/package/conffiles "\
+/etc/chromium/native-messaging-hosts/com.orvane.passway.json
+/etc/opt/chrome/native-messaging-hosts/com.orvane.passway.json
+")
+set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${CMAKE_BINARY_DIR}/package/conffiles)
 
 include(CPack)
