@@ -37,7 +37,8 @@ class BridgeEngine:
     bridge = True  # the plug-in runs in passway-host: the bridge's own checks apply
     program = None  # the browser's executable (a driver sets it)
 
-    def __init__(self, build, source, host):
+    def __init__(self, build, source, host, window=False):
+        self.window = window    # a browser window on $DISPLAY instead of a headless browser
         self.source = source
         self.host = os.path.realpath(host) if host else ''
         self.extension = self.extension_dir(build)
@@ -167,4 +168,27 @@ class BridgeEngine:
         return pids
 
     def close(self):
+        """Ends the browser; its helpers and hosts share its session, and none may outlive it."""
         self.quit()
+        sid = getattr(self, 'browser_pid', None)
+        if sid and not poll(lambda: not session_members(sid), seconds=10):
+            try:
+                os.killpg(sid, 9)
+            except ProcessLookupError:
+                pass
+
+
+def session_members(sid):
+    """The live processes of a session (zombies, which only wait for their parent, aside)."""
+    members = []
+    for name in os.listdir('/proc'):
+        if not name.isdigit():
+            continue
+        try:
+            with open('/proc/%s/stat' % name) as f:
+                state = f.read().rsplit(')', 1)[1].split()[0]
+            if state != 'Z' and os.getsid(int(name)) == sid:
+                members.append(int(name))
+        except OSError:
+            pass
+    return members

@@ -37,8 +37,8 @@ class ChromiumEngine(BridgeEngine):
     program = CHROMIUM
     extension_dir = staticmethod(extension_dir)
 
-    def __init__(self, build, source, host):
-        super().__init__(build, source, host)
+    def __init__(self, build, source, host, window=False):
+        super().__init__(build, source, host, window)
         self.browser = None
         self.policy_made = []  # the policy file and the folders made for it, removed at the end
 
@@ -57,11 +57,11 @@ class ChromiumEngine(BridgeEngine):
         # The browser's own log, kept after the run for a look when something failed.
         self.log_path = os.path.join(run.build, 'e2e', 'chromium-browser.log')
         env = dict(run.env, PASSWAY_HOST_PLUGIN=os.path.join(run.plugins, 'libtunvo_plugin_testroot.so'))
-        argv = [CHROMIUM, '--headless=new', '--no-sandbox', '--user-data-dir=' + profile, '--no-first-run',
-                '--disable-gpu', '--disable-dev-shm-usage', '--disable-background-networking',
-                '--disable-component-update', '--disable-sync', '--load-extension=' + self.extension,
-                '--remote-debugging-pipe', '--window-size=800,500', '--enable-logging=stderr', '--v=0',
-                'about:blank']
+        argv = [CHROMIUM] + ([] if self.window else ['--headless=new']) + [
+            '--no-sandbox', '--user-data-dir=' + profile, '--no-first-run', '--disable-gpu', '--disable-dev-shm-usage',
+            '--disable-background-networking', '--disable-component-update', '--disable-sync',
+            '--load-extension=' + self.extension, '--remote-debugging-pipe', '--window-size=800,500',
+            '--enable-logging=stderr', '--v=0', 'about:blank']
         with open(self.log_path, 'w') as log:
             self.browser = DevToolsPipe(argv, env, log)
         self.browser_pid = self.browser.process.pid

@@ -17,7 +17,6 @@ import json
 import os
 import shutil
 import subprocess
-import time
 import urllib.parse
 
 from engine_bridge import HOST_NAME, BridgeEngine, poll
@@ -35,8 +34,8 @@ class FirefoxEngine(BridgeEngine):
     def extension_dir(build):
         return os.path.join(build, 'extension', 'firefox')
 
-    def __init__(self, build, source, host):
-        super().__init__(build, source, host)
+    def __init__(self, build, source, host, window=False):
+        super().__init__(build, source, host, window)
         self.xpi = os.path.join(build, 'extension', 'passway-firefox.xpi')
         self.process = None
         self.marionette = None
@@ -75,8 +74,8 @@ class FirefoxEngine(BridgeEngine):
 
         self.log_path = os.path.join(run.build, 'e2e', 'firefox-browser.log')
         env = dict(run.env, PASSWAY_HOST_PLUGIN=os.path.join(run.plugins, 'libtunvo_plugin_testroot.so'))
-        argv = [FIREFOX, '--headless', '--no-remote', '--marionette', '-remote-allow-system-access',
-                '--profile', profile, 'about:blank']
+        argv = [FIREFOX] + ([] if self.window else ['--headless']) + [
+            '--no-remote', '--marionette', '-remote-allow-system-access', '--profile', profile, 'about:blank']
         with open(self.log_path, 'w') as log:
             self.process = subprocess.Popen(argv, env=env, stdin=subprocess.DEVNULL, stdout=log, stderr=log,
                                             start_new_session=True)
@@ -161,9 +160,6 @@ class FirefoxEngine(BridgeEngine):
             except subprocess.TimeoutExpired:
                 os.killpg(self.process.pid, 15)
                 self.process.wait()
-        # The browser's helpers (the crash helper, content processes) share its session: none may outlive it.
-        if self.process and poll(lambda: not session_members(self.process.pid), seconds=10) is False:
-            os.killpg(self.process.pid, 9)
         self.process = None
 
 
@@ -181,14 +177,3 @@ def read_port(path):
     except OSError:
         return None
 
-
-def session_members(sid):
-    members = []
-    for name in os.listdir('/proc'):
-        if name.isdigit():
-            try:
-                if os.getsid(int(name)) == sid:
-                    members.append(int(name))
-            except OSError:
-                pass
-    return members

@@ -13,7 +13,8 @@ class QtWebKitEngine:
     screenshot_name = 'portal-after-install.png'
     bridge = False
 
-    def __init__(self, build, source, host=None):  # the plug-in runs in the browser: no host
+    # The plug-in runs in the browser: no host. The browser always has a window (under Xvfb without a display).
+    def __init__(self, build, source, host=None, window=True):
         self.driver = os.path.join(source, 'e2e', 'browser_host.py')
 
     def missing(self):

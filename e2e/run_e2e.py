@@ -7,7 +7,8 @@ extension), the portal's origin is approved by the administrator's policy, and t
 bridge: a portal origin nobody approved waits and starts no host until the user allows it in the
 extension's popup, and a quote in a service reply reaches the page as text.
 
-usage: run_e2e.py BUILD_DIR SOURCE_DIR [--engine qtwebkit|chromium|firefox] [--host=PATH]
+usage: run_e2e.py BUILD_DIR SOURCE_DIR [--engine qtwebkit|chromium|firefox] [--host=PATH] [--window]
+--window shows Chromium or Firefox in a window on $DISPLAY instead of running it headless.
 --host names passway-host (default BUILD_DIR/host/passway-host); an empty one means that the build has none,
 and the Chromium and Firefox runs skip. The environment variable PASSWAY_E2E_HOST, when set, names another
 host to test. Prints what the page heard on each visit, where the screenshot after the install is, and how
@@ -207,12 +208,13 @@ def main():
     parser.add_argument('source')
     parser.add_argument('--engine', choices=sorted(ENGINES), default='qtwebkit')
     parser.add_argument('--host', help='passway-host for the Chromium and Firefox runs (empty: the build has none)')
+    parser.add_argument('--window', action='store_true', help='Chromium or Firefox in a window on $DISPLAY')
     args = parser.parse_args()
     build, source = os.path.abspath(args.build), os.path.abspath(args.source)
     host = os.environ.get('PASSWAY_E2E_HOST') or args.host
     if host is None:
         host = os.path.join(build, 'host', 'passway-host')
-    engine = ENGINES[args.engine](build, source, host)
+    engine = ENGINES[args.engine](build, source, host, window=args.window)
     if engine.bridge and not host:
         print('e2e (%s): this build has no passway-host' % engine.name)
         return 77
