@@ -1,14 +1,18 @@
 #!/usr/bin/env python3
 """Serves the demo portal on loopback for a browser of your own: the portal page, a client package signed
-now with the test key, the test plug-in in a temporary folder for MOZ_PLUGIN_PATH, and an empty test root
-into which the package installs the stand-in service. Prints the addresses to open and runs until Ctrl-C;
-then it stops the portal server and the stand-in service and removes its temporary folder.
+now with the test key, the test plug-in in a temporary folder (for MOZ_PLUGIN_PATH, or PASSWAY_HOST_PLUGIN
+with the extension), and an empty test root into which the package installs the stand-in service. For
+Chromium and Firefox it prepares throwaway profiles in the temporary folder: Chromium's holds the host
+manifest (pointing at the build's passway-host), Firefox's the unsigned extension. Prints the addresses to
+open and the browsers' command lines, and runs until Ctrl-C; then it stops the portal server and the
+stand-in service and removes its temporary folder.
 
 usage: serve_demo.py BUILD_DIR SOURCE_DIR [--port N]
 The build must hold libtunvo_plugin_testroot.so, passway-sign and fake_tunvo_service (scripts/serve-demo
 builds them first). Run the browser as the user who configured the build: the test plug-in accepts a
 service executable owned by that user only."""
 import argparse
+import json
 import os
 import shlex
 import signal
@@ -20,6 +24,36 @@ sys.dont_write_bytecode = True  # importing the shared module leaves no __pycach
 from demo_setup import DemoPortal, listening
 
 SERVICE_PORT = 44444  # where the plug-in finds the service: fixed in the plug-in
+HOST_NAME = 'com.orvane.passway'
+
+
+def chromium_profile(portal, build, source):
+    """A throwaway Chromium profile whose host manifest names the build's passway-host (Chromium started
+    with --user-data-dir reads host manifests from the profile, not from ~/.config/chromium)."""
+    profile = os.path.join(portal.work, 'chromium-profile')
+    os.makedirs(os.path.join(profile, 'NativeMessagingHosts'))
+    with open(os.path.join(source, 'extension', 'host-manifest', 'chromium', HOST_NAME + '.json.in')) as f:
+        manifest = f.read().replace('@PASSWAY_HOST_PATH@', os.path.join(build, 'host', 'passway-host'))
+    with open(os.path.join(profile, 'NativeMessagingHosts', HOST_NAME + '.json'), 'w') as f:
+        f.write(manifest)
+    return profile
+
+
+def firefox_profile(portal, build):
+    """A throwaway Firefox profile with the unsigned extension installed (Firefox ESR honours
+    xpinstall.signatures.required=false). Firefox reads host manifests only from ~/.mozilla or system-wide."""
+    profile = os.path.join(portal.work, 'firefox-profile')
+    os.makedirs(os.path.join(profile, 'extensions'))
+    with open(os.path.join(build, 'extension', 'firefox', 'manifest.json')) as f:
+        ident = json.load(f)['browser_specific_settings']['gecko']['id']
+    with open(os.path.join(build, 'extension', 'passway-firefox.xpi'), 'rb') as f, \
+            open(os.path.join(profile, 'extensions', ident + '.xpi'), 'wb') as out:
+        out.write(f.read())
+    with open(os.path.join(profile, 'user.js'), 'w') as f:
+        f.write('user_pref("xpinstall.signatures.required", false);\n'
+                'user_pref("extensions.autoDisableScopes", 0);\n'
+                'user_pref("browser.shell.checkDefaultBrowser", false);\n')
+    return profile
 
 
 def main():
@@ -31,7 +65,9 @@ def main():
     build, source = os.path.abspath(args.build), os.path.abspath(args.source)
     needed = [os.path.join(build, 'plugin', 'libtunvo_plugin_testroot.so'),
               os.path.join(build, 'tools', 'passway-sign'),
-              os.path.join(build, 'tests', 'support', 'fake_tunvo_service')]
+              os.path.join(build, 'tests', 'support', 'fake_tunvo_service'),
+              os.path.join(build, 'host', 'passway-host'),
+              os.path.join(build, 'extension', 'passway-firefox.xpi')]
     missing = [path for path in needed if not os.path.exists(path)]
     if missing:
         print('serve-demo: not built yet (run scripts/serve-demo without --no-build): %s' % ', '.join(missing),
@@ -53,13 +89,30 @@ def main():
         connect = portal.url('mode=connect&answers=hello,say%3Dpong,bye')
         probe = portal.url('mode=probe')
         home = os.path.expanduser('~')
+        plugin = os.path.join(portal.plugins, 'libtunvo_plugin_testroot.so')
+        chromium = chromium_profile(portal, build, source)
+        firefox = firefox_profile(portal, build)
         print('Passway demo portal: %s' % portal.url())
-        print('test plug-in:        %s' % os.path.join(portal.plugins, 'libtunvo_plugin_testroot.so'))
+        print('test plug-in:        %s' % plugin)
         print('test root:           %s (emptied now; the package installs the stand-in service here)' % portal.root)
         print()
-        print('Start a browser that loads NPAPI plug-ins with this folder on its plug-in path, for instance:')
+        print('Open it in one of these browsers (each in a profile of its own, so that the test plug-in is the one used):')
         print()
-        print('  MOZ_PLUGIN_PATH=%s qutebrowser --backend webkit -T -s content.plugins true %s'
+        print('  Chromium, with the extension and passway-host (approve the portal with the Passway button\'s')
+        print('  "Allow this portal", in the extensions menu):')
+        print('    PASSWAY_HOST_PLUGIN=%s chromium --user-data-dir=%s --load-extension=%s %s'
+              % (shlex.quote(plugin), shlex.quote(chromium), shlex.quote(os.path.join(build, 'extension', 'chromium')),
+                 shlex.quote(install)))
+        print()
+        print('  Firefox ESR, with the extension and passway-host (approve likewise); it finds the host manifest in')
+        print('  ~/.mozilla/native-messaging-hosts: install it once with `cmake --install build --component user-host`:')
+        print('    PASSWAY_HOST_PLUGIN=%s firefox-esr --no-remote --profile %s %s'
+              % (shlex.quote(plugin), shlex.quote(firefox), shlex.quote(install)))
+        if not os.path.exists(os.path.join(home, '.mozilla', 'native-messaging-hosts', HOST_NAME + '.json')):
+            print('    (not installed yet for %s)' % home)
+        print()
+        print('  qutebrowser with QtWebKit, which loads the plug-in itself (NPAPI):')
+        print('    MOZ_PLUGIN_PATH=%s qutebrowser --backend webkit -T -s content.plugins true %s'
               % (shlex.quote(portal.plugins), shlex.quote(install)))
         print()
         print('and open, in this order:')
