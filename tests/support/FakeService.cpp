@@ -54,8 +54,8 @@ void FakeService::serve() {
         std::string request;
         char buffer[65536];
         // Searches only what arrived since the last look (and the three bytes before it): linear in the request.
-        for (size_t searched = 0; request.find("\r\n\r\n", searched) == std::string::npos;
-             searched = request.size() > 3 ? request.size() - 3 : 0) {
+        for (size_t searched = 0; request.find("\r\n\r\n", searched) == std::string::npos;) {
+            searched = request.size() > 3 ? request.size() - 3 : 0;
             struct pollfd readable = {fd, POLLIN, 0};
             if (poll(&readable, 1, 2000) <= 0) break;
             ssize_t n = read(fd, buffer, sizeof buffer);
