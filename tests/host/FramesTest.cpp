@@ -51,7 +51,7 @@ TEST(Frames, ALargeMessageGoesInPartsThatRebuildIt) {
         return true;
     });
     // Quotes and backslashes grow when escaped; bytes that are not UTF-8 become U+FFFD.
-    std::string text(3 << 20, '"');
+    std::string text(3 << 19, '"');  // 3 MiB once escaped
     text[7] = '\\';
     text[8] = '\xff';
     ASSERT_TRUE(writer.send({{"op", "call"}, {"args", {text}}}));
