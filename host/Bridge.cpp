@@ -113,6 +113,16 @@ bool Bridge::takeDataFrame(const std::string& frame) {
 }
 
 void Bridge::onFrame(const std::string& frame) {
+    try {
+        onMessage(frame);
+    } catch (const std::exception& e) {
+        // Every field is checked before it is read; this is the last guard that keeps the host alive.
+        hostLog("a message could not be handled: %s", e.what());
+        m_out.send({{"op", "error"}, {"code", kBadMessage}, {"message", "bad message"}, {"refused", json()}});
+    }
+}
+
+void Bridge::onMessage(const std::string& frame) {
     if (takeDataFrame(frame)) return;
     json message = json::parse(frame, nullptr, false);
     if (message.is_discarded() || !message.is_object()) {
@@ -121,13 +131,13 @@ void Bridge::onFrame(const std::string& frame) {
     }
     std::string op;
     if (!text(message, "op", op)) {
-        refuse(kBadMessage, "bad message", "op", message.contains("op") ? message["op"] : json());
+        refuse(kBadMessage, "bad message", "refused", message.contains("op") ? message["op"] : json());
         return;
     }
     if (op == "hello") return hello(message);
     static const std::set<std::string> known = {"create", "destroy", "result", "response", "data", "end"};
-    if (known.count(op) == 0) return refuse(kUnknownOp, "unknown op", "op", op);
-    if (!m_ready) return refuse(kNotReady, "not ready", "op", op);
+    if (known.count(op) == 0) return refuse(kUnknownOp, "unknown op", "refused", op);
+    if (!m_ready) return refuse(kNotReady, "not ready", "refused", op);
     if (op == "create") return create(message);
     if (op == "destroy") return destroy(message);
     if (op == "result") return result(message);
@@ -139,7 +149,7 @@ void Bridge::onFrame(const std::string& frame) {
 void Bridge::hello(const json& message) {
     int64_t version = 0;
     if (m_ready || m_pluginFailed || !integer(message, "version", version) || !text(message, "userAgent", m_userAgent))
-        return refuse(kBadMessage, "bad message", "op", "hello");
+        return refuse(kBadMessage, "bad message", "refused", "hello");
     if (version != kProtocolVersion) return refuse(kUnsupportedVersion, "unsupported version", "got", version);
     m_ready = true;
     m_npapi = std::make_unique<NpapiHost>(m_pluginPath, static_cast<NpapiHost::Handler&>(*this));
@@ -154,7 +164,9 @@ void Bridge::hello(const json& message) {
     const char* description = "";
     m_npapi->getValue(nullptr, NPPVpluginNameString, &name);
     m_npapi->getValue(nullptr, NPPVpluginDescriptionString, &description);
-    hostLog("plug-in %s loaded for %s", m_pluginPath.c_str(), message.value("origin", std::string("?")).c_str());
+    std::string origin = "?";
+    text(message, "origin", origin);
+    hostLog("plug-in %s loaded for %s", m_pluginPath.c_str(), origin.c_str());
     m_out.send({{"op", "ready"}, {"plugin", m_pluginPath}, {"name", name ? name : ""},
                 {"description", description ? description : ""}});
 }
@@ -163,11 +175,11 @@ void Bridge::create(const json& message) {
     int64_t element = 0;
     auto attributes = message.find("attributes");
     if (!integer(message, "element", element) || attributes == message.end() || !attributes->is_array())
-        return refuse(kBadMessage, "bad message", "op", "create");
+        return refuse(kBadMessage, "bad message", "refused", "create");
     NpapiHost::Parameters parameters;
     for (const json& pair : *attributes) {
         if (!pair.is_array() || pair.size() != 2 || !pair[0].is_string() || !pair[1].is_string())
-            return refuse(kBadMessage, "bad message", "op", "create");
+            return refuse(kBadMessage, "bad message", "refused", "create");
         parameters.emplace_back(pair[0].get<std::string>(), pair[1].get<std::string>());
     }
     if (m_pluginFailed) return refuse(kNoPlugin, "no plug-in", "path", m_pluginPath);
@@ -181,7 +193,7 @@ void Bridge::create(const json& message) {
 
 void Bridge::destroy(const json& message) {
     int64_t element = 0;
-    if (!integer(message, "element", element)) return refuse(kBadMessage, "bad message", "op", "destroy");
+    if (!integer(message, "element", element)) return refuse(kBadMessage, "bad message", "refused", "destroy");
     auto it = m_elements.find(element);
     if (it == m_elements.end()) return refuse(kUnknownElement, "unknown element", "element", element);
     NpapiHost::Instance* instance = it->second;
@@ -196,7 +208,7 @@ void Bridge::destroy(const json& message) {
 
 void Bridge::result(const json& message) {
     int64_t id = 0;
-    if (!integer(message, "call", id)) return refuse(kBadMessage, "bad message", "op", "result");
+    if (!integer(message, "call", id)) return refuse(kBadMessage, "bad message", "refused", "result");
     auto it = m_calls.find(static_cast<uint64_t>(id));
     if (it == m_calls.end()) {
         if (m_dropped.count(static_cast<uint64_t>(id)) == 0) refuse(kUnknownRequest, "unknown request", "call", id);
@@ -224,7 +236,7 @@ void Bridge::result(const json& message) {
 Bridge::Fetch* Bridge::openFetch(const json& message, const char* op) {
     int64_t id = 0;
     if (!integer(message, "request", id)) {
-        refuse(kBadMessage, "bad message", "op", op);
+        refuse(kBadMessage, "bad message", "refused", op);
         return nullptr;
     }
     auto it = m_fetches.find(static_cast<uint64_t>(id));
@@ -242,7 +254,7 @@ void Bridge::response(const json& message) {
     std::string type;
     uint64_t id = message["request"].get<uint64_t>();
     if (!integer(message, "status", status) || !text(message, "mimeType", type) || fetch->stream != nullptr)
-        return refuse(kBadMessage, "bad message", "op", "response");
+        return refuse(kBadMessage, "bad message", "refused", "response");
     const Pending& request = fetch->request;
     fetch->stream = std::make_unique<NpapiHost::Stream>(*m_npapi, request.instance, request.url, request.notifyData,
                                                         request.notify);
@@ -264,7 +276,7 @@ void Bridge::data(const json& message) {
     if (fetch == nullptr) return;
     std::string encoded;
     if (!text(message, "data", encoded) || fetch->stream == nullptr || !fetch->stream->opened())
-        return refuse(kBadMessage, "bad message", "op", "data");
+        return refuse(kBadMessage, "bad message", "refused", "data");
     CString bytes = CRFCBase64::Decode(encoded.c_str());
     if (!fetch->stream->write(bytes, static_cast<size_t>(bytes.GetLength())))
         endFetch(message["request"].get<uint64_t>(), NPRES_NETWORK_ERR, true);
@@ -274,7 +286,7 @@ void Bridge::end(const json& message) {
     Fetch* fetch = openFetch(message, "end");
     if (fetch == nullptr) return;
     auto ok = message.find("ok");
-    if (ok == message.end() || !ok->is_boolean()) return refuse(kBadMessage, "bad message", "op", "end");
+    if (ok == message.end() || !ok->is_boolean()) return refuse(kBadMessage, "bad message", "refused", "end");
     if (!ok->get<bool>())
         hostLog("fetch %s failed: %.200s", fetch->request.url.c_str(), message.value("error", json()).dump().c_str());
     bool whole = ok->get<bool>() && fetch->stream != nullptr && fetch->stream->opened();

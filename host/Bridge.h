@@ -70,6 +70,7 @@ private:
     NPError requestUrl(NPP instance, const char* url, const char* target, void* notifyData, bool notify) override;
     const char* userAgentOf(NPP instance) override;
 
+    void onMessage(const std::string& frame);
     bool takeDataFrame(const std::string& frame);
     void hello(const nlohmann::json& message);
     void create(const nlohmann::json& message);

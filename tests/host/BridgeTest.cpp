@@ -127,7 +127,8 @@ TEST_F(BridgeTest, BadInputGetsItsNumberedErrorAndALogLine) {
         EXPECT_EQ("error", sent.back()["op"]) << row.shows;
         EXPECT_EQ(row.code, sent.back()["code"]) << row.shows;
     }
-    hello();
+    EXPECT_EQ("hello", sent.back()["refused"]) << "the refused message's op comes back";
+    sendText("{\"op\":\"hello\",\"version\":1,\"userAgent\":\"x\",\"origin\":5}");  // an origin that is no text
     ASSERT_EQ("ready", sent.back()["op"]);
     EXPECT_EQ("Orvane Passway plugin", sent.back()["name"]);
     send({{"op", "create"}, {"element", 1}, {"attributes", json::array()}});
