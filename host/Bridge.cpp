@@ -342,14 +342,19 @@ void Bridge::carry(const Pending& request) {
     }
 }
 
+// Removes the file the plug-in was writing a body to that will not be finished.
+void Bridge::removePartialFile(const Fetch& fetch) {
+    if (!fetch.file.empty() && unlink(fetch.file.c_str()) == 0)
+        hostLog("removed the partial package file %s", fetch.file.c_str());
+}
+
 void Bridge::endFetch(uint64_t id, NPReason reason, bool cancel) {
     auto it = m_fetches.find(id);
     if (it == m_fetches.end()) return;
     Fetch fetch = std::move(it->second);
     m_fetches.erase(it);
     if (fetch.stream != nullptr) fetch.stream->finish(reason);
-    if (reason != NPRES_DONE && !fetch.file.empty() && unlink(fetch.file.c_str()) == 0)
-        hostLog("removed the partial package file %s", fetch.file.c_str());
+    if (reason != NPRES_DONE) removePartialFile(fetch);
     if (cancel) {
         m_out.send({{"op", "cancel"}, {"request", id}});
         if (m_dropped.size() < kMaxDropped) m_dropped.insert(id);
@@ -372,9 +377,7 @@ void Bridge::endElement(NPP instance) {
     for (const auto& [id, fetch] : m_fetches)
         if (fetch.request.instance == instance) fetches.push_back(id);
     for (uint64_t id : fetches) {
-        Fetch& fetch = m_fetches[id];
-        if (!fetch.file.empty() && unlink(fetch.file.c_str()) == 0)
-            hostLog("removed the partial package file %s", fetch.file.c_str());
+        removePartialFile(m_fetches[id]);
         m_fetches.erase(id);
         m_out.send({{"op", "cancel"}, {"request", id}});
         if (m_dropped.size() < kMaxDropped) m_dropped.insert(id);

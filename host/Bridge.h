@@ -82,6 +82,7 @@ private:
 
     void carry(const Pending& request);
     void endFetch(uint64_t id, NPReason reason, bool cancel);
+    void removePartialFile(const Fetch& fetch);
     void endElement(NPP instance);
     int64_t elementOf(NPP instance) const;
     bool alive(NPP instance) const;
