@@ -153,19 +153,8 @@ class BridgeEngine:
     # ---- what the bridge's own checks look at ----------------------------------------------------
     def host_processes(self):
         """The pids of this browser's running hosts (the browser runs in a session of its own)."""
-        pids = []
-        for name in os.listdir('/proc'):
-            if not name.isdigit():
-                continue
-            try:
-                argv = open('/proc/%s/cmdline' % name, 'rb').read().split(b'\0')
-                session = os.getsid(int(name))
-            except OSError:
-                continue
-            if session == self.browser_pid and any(
-                    os.path.realpath(arg.decode(errors='replace')) == self.host for arg in argv[:2] if arg):
-                pids.append(int(name))
-        return pids
+        return [pid for pid, argv in session_members(self.browser_pid)
+                if any(os.path.realpath(arg) == self.host for arg in argv[:2] if arg)]
 
     def close(self):
         """Ends the browser; its helpers and hosts share its session, and none may outlive it."""
@@ -179,16 +168,15 @@ class BridgeEngine:
 
 
 def session_members(sid):
-    """The live processes of a session (zombies, which only wait for their parent, aside)."""
+    """The live processes of a session (zombies, which only wait for their parent, aside): (pid, argv) each."""
     members = []
-    for name in os.listdir('/proc'):
-        if not name.isdigit():
-            continue
+    for name in filter(str.isdigit, os.listdir('/proc')):
         try:
             with open('/proc/%s/stat' % name) as f:
                 state = f.read().rsplit(')', 1)[1].split()[0]
             if state != 'Z' and os.getsid(int(name)) == sid:
-                members.append(int(name))
+                with open('/proc/%s/cmdline' % name, 'rb') as f:
+                    members.append((int(name), f.read().decode(errors='replace').split('\0')))
         except OSError:
             pass
     return members

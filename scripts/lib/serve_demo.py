@@ -16,15 +16,50 @@ import json
 import os
 import shlex
 import signal
+import socket
+import subprocess
 import sys
 import time
 import urllib.parse
 
 sys.dont_write_bytecode = True  # importing the shared module leaves no __pycache__ in the source tree
-from demo_setup import DemoPortal, listening
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), '..', '..', 'e2e'))
+from demo_setup import DemoPortal, listening, read
 
 SERVICE_PORT = 44444  # where the plug-in finds the service: fixed in the plug-in
 HOST_NAME = 'com.orvane.passway'
+
+
+def port_free(port):
+    with socket.socket() as s:
+        try:
+            s.bind(('127.0.0.1', port))
+            return True
+        except OSError:
+            return False
+
+
+class ServedPortal(DemoPortal):
+    """The end-to-end run's portal, for a browser started by hand: the installer's two settings are written
+    into the package itself (a browser started without them installs into the same place), the server logs
+    to this process's standard error and runs in a session of its own, out of reach of the terminal's Ctrl-C."""
+
+    def __init__(self, build, source, port):
+        if port and not port_free(port):
+            raise RuntimeError('port %d is in use' % port)
+        super().__init__(build, source, port, prefix='passway-demo-')
+
+    def write_package(self, installer):
+        lines = read(installer).splitlines(keepends=True)
+        with open(self.package, 'w') as f:
+            f.write(lines[0])
+            f.write('# The demo package: these settings are part of it.\n')
+            f.writelines('%s=%s\n' % (name, shlex.quote(value)) for name, value in self.installer_env.items())
+            f.write('export %s\n' % ' '.join(self.installer_env))
+            f.writelines(lines[1:])
+
+    def start_server(self, argv):
+        return subprocess.Popen(argv, start_new_session=True)
 
 
 def chromium_profile(portal, build, source):
@@ -77,8 +112,7 @@ def main():
     # Ctrl-C reaches only this process (the server runs in its own session); SIGTERM ends the same way.
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(0))
     try:
-        portal = DemoPortal(build, source, port=args.port, bake_installer_env=True, server_output=None,
-                            detach_server=True, prefix='passway-demo-')
+        portal = ServedPortal(build, source, args.port)
     except RuntimeError as error:
         print('serve-demo: %s' % error, file=sys.stderr)
         return 1
