@@ -13,7 +13,8 @@ A portal origin is approved in one of two ways, both exercised by a run:
 
 A browser driver provides: launch(run) (host manifest, policy, the browser), open_tab(url), close_tab(tab),
 go(tab, url), evaluate(tab, expression) (the value, awaited when a promise, or None when it throws),
-screenshot(tab, path), popup_url(origin), browser_pid, log_tail(), quit()."""
+screenshot(tab, path), popup_url(origin), browser_pid, log_words (what marks its log's lines of
+interest), quit()."""
 import json
 import os
 import time
@@ -41,17 +42,13 @@ class BridgeEngine:
         self.window = window    # a browser window on $DISPLAY instead of a headless browser
         self.source = source
         self.host = os.path.realpath(host) if host else ''
-        self.extension = self.extension_dir(build)
+        self.extension = os.path.join(build, 'extension', self.name)  # the extension as built for this browser
         self.screenshot_name = 'portal-after-install-%s.png' % self.name
         self.tab = None
         self.approved = set()   # origins approved so far, by the policy or in the popup
         self.policy = None      # where the administrator's policy approving the portal's origin lives
         self.policy_note = ''   # why there is none
         self.timings = {}
-
-    @staticmethod
-    def extension_dir(build):
-        raise NotImplementedError
 
     def missing(self):
         if not os.access(self.program, os.X_OK):
@@ -73,6 +70,8 @@ class BridgeEngine:
         port = getattr(run, 'port', None)
         self.portal_origin = 'http://127.0.0.1:%d' % port if port else None
         os.makedirs(os.path.join(run.build, 'e2e'), exist_ok=True)
+        # The browser's own log, kept after the run for a look when something failed.
+        self.log_path = os.path.join(run.build, 'e2e', '%s-browser.log' % self.name)
         self.launched = time.monotonic()
         self.launch(run)
         self.tab = self.open_tab('about:blank')
@@ -151,6 +150,11 @@ class BridgeEngine:
         return page, status
 
     # ---- what the bridge's own checks look at ----------------------------------------------------
+    def log_tail(self):
+        with open(self.log_path, errors='replace') as f:
+            lines = [line for line in f if any(word in line.lower() for word in self.log_words)]
+        return 'browser log (passway lines, tail):\n' + ''.join(lines[-40:])
+
     def host_processes(self):
         """The pids of this browser's running hosts (the browser runs in a session of its own)."""
         return [pid for pid, argv in session_members(self.browser_pid)

@@ -20,11 +20,6 @@ CHROMIUM = '/usr/lib/chromium/chromium'
 POLICY_DIR = '/etc/chromium/policies/managed'
 
 
-def extension_dir(build):
-    """The unpacked Chromium extension of a build (made by its target `extension`)."""
-    return os.path.join(build, 'extension', 'chromium')
-
-
 def extension_id(extension_dir):
     """The ID that the manifest's "key" fixes: the first 32 hex digits of SHA-256 of the key, as a-p."""
     with open(os.path.join(extension_dir, 'manifest.json')) as f:
@@ -35,7 +30,7 @@ def extension_id(extension_dir):
 class ChromiumEngine(BridgeEngine):
     name = 'chromium'
     program = CHROMIUM
-    extension_dir = staticmethod(extension_dir)
+    log_words = ('passway', 'console', 'nativemessaging')
 
     def __init__(self, build, source, host, window=False):
         super().__init__(build, source, host, window)
@@ -54,8 +49,6 @@ class ChromiumEngine(BridgeEngine):
         with open(os.path.join(hosts, HOST_NAME + '.json'), 'w') as f:
             json.dump(manifest, f)
         self.write_policy()
-        # The browser's own log, kept after the run for a look when something failed.
-        self.log_path = os.path.join(run.build, 'e2e', 'chromium-browser.log')
         env = dict(run.env, PASSWAY_HOST_PLUGIN=os.path.join(run.plugins, 'libtunvo_plugin_testroot.so'))
         argv = [CHROMIUM] + ([] if self.window else ['--headless=new']) + [
             '--no-sandbox', '--user-data-dir=' + profile, '--no-first-run', '--disable-gpu', '--disable-dev-shm-usage',
@@ -122,11 +115,6 @@ class ChromiumEngine(BridgeEngine):
 
     def popup_url(self, origin):
         return 'chrome-extension://%s/popup.html?origin=%s' % (self.id, urllib.parse.quote(origin, safe=''))
-
-    def log_tail(self):
-        with open(self.log_path, errors='replace') as f:
-            lines = [line for line in f if 'passway' in line or 'CONSOLE' in line or 'NativeMessaging' in line]
-        return 'browser log (passway lines, tail):\n' + ''.join(lines[-40:])
 
     def quit(self):
         try:

@@ -30,9 +30,7 @@ class FirefoxEngine(BridgeEngine):
     name = 'firefox'
     program = FIREFOX
 
-    @staticmethod
-    def extension_dir(build):
-        return os.path.join(build, 'extension', 'firefox')
+    log_words = ('passway', 'native')
 
     def __init__(self, build, source, host, window=False):
         super().__init__(build, source, host, window)
@@ -72,7 +70,6 @@ class FirefoxEngine(BridgeEngine):
         with open(os.path.join(profile, 'user.js'), 'w') as f:
             f.writelines('user_pref(%s, %s);\n' % (json.dumps(name), json.dumps(value)) for name, value in prefs.items())
 
-        self.log_path = os.path.join(run.build, 'e2e', 'firefox-browser.log')
         env = dict(run.env, PASSWAY_HOST_PLUGIN=os.path.join(run.plugins, 'libtunvo_plugin_testroot.so'))
         argv = [FIREFOX] + ([] if self.window else ['--headless']) + [
             '--no-remote', '--marionette', '-remote-allow-system-access', '--profile', profile, 'about:blank']
@@ -140,11 +137,6 @@ class FirefoxEngine(BridgeEngine):
 
     def popup_url(self, origin):
         return 'moz-extension://%s/popup.html?origin=%s' % (EXTENSION_UUID, urllib.parse.quote(origin, safe=''))
-
-    def log_tail(self):
-        with open(self.log_path, errors='replace') as f:
-            lines = [line for line in f if 'passway' in line.lower() or 'native' in line.lower()]
-        return 'browser log (passway lines, tail):\n' + ''.join(lines[-40:])
 
     def quit(self):
         if self.marionette:

@@ -155,8 +155,8 @@ def user_approval(run):
         asked, badge, title = engine.waits_for_approval(origin)
         waiting, _ = engine.page_state(tab)
         hosts_while_waiting = engine.host_processes()
-        print('   toolbar: badge %r, title %r' % (badge, title))
-        print('   hosts before: %s, while the page waits: %s' % (hosts, hosts_while_waiting))
+        print('   toolbar: badge %r, title %r; hosts before: %s, while the page waits: %s'
+              % (badge, title, hosts, hosts_while_waiting))
         check(asked, 'unapproved: the extension did not ask the user about %s' % origin)
         check(badge == '?' and origin in (title or ''), 'unapproved: the toolbar shows %r, %r' % (badge, title))
         check(hosts_while_waiting == hosts, 'unapproved: a host started for %s' % origin)
@@ -212,8 +212,7 @@ def main():
     args = parser.parse_args()
     build, source = os.path.abspath(args.build), os.path.abspath(args.source)
     host = os.environ.get('PASSWAY_E2E_HOST') or args.host
-    if host is None:
-        host = os.path.join(build, 'host', 'passway-host')
+    host = os.path.join(build, 'host', 'passway-host') if host is None else host
     engine = ENGINES[args.engine](build, source, host, window=args.window)
     if engine.bridge and not host:
         print('e2e (%s): this build has no passway-host' % engine.name)
