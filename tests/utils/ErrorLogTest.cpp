@@ -1,155 +1,117 @@
-// The level rules of the log interface and the lines they hand to the sink.
+// The lines the process log's sink receives: from the log interface's write forms at a log level, from
+// the level-named writes, and from UException as it is made and caught.
 #include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
+#include <functional>
+#include <regex>
+#include <unistd.h>
 
 #include "CapturingLog.h"
+#include "Exception"
 #include "NullText.h"
-#include "ErrorLog"
 
 namespace {
 
 using Lines = std::vector<std::string>;
+const std::string big(6000, 'x');
+const char* kInvalid = "UException::UException(int a_code, LPCTSTR a_lpszFileName, LPCTSTR a_lpszFunctionName, "
+                       "DWORD a_dwLine, LPCTSTR lpszMsg, ...)  - input parameter is invalid";
 
-TEST(IUErrorLog, SetLogLevelStoresZeroAsOneAndLogsChanges) {
-    CapturingLog log(1);
-    log.SetLogLevel(0);
-    EXPECT_EQ(1, log.GetLogLevel());
-    EXPECT_TRUE(log.lines().empty()) << "no change, no line";
-
-    log.SetLogLevel(31);
-    log.clear();
-    log.SetLogLevel(63);
-    EXPECT_EQ((Lines{"0,,,, log level has been changed to 63\n"}), log.lines());
-    log.SetLogLevel(63);
-    EXPECT_EQ(1u, log.lines().size());
-}
-
-TEST(IUErrorLog, MessageLevelsPassUpToTheLogLevel) {
-    CapturingLog basic(31);
-    basic.WriteLog(5, "five %d\n", 5);
-    basic.WriteLog(48, "forty-eight\n");
-    basic.WriteLog(31, "edge\n");
-    EXPECT_EQ((Lines{"5,,,, five 5\n", "31,,,, edge\n"}), basic.lines());
-
-    CapturingLog extended(63);
-    extended.WriteLog(5, "five\n");
-    extended.WriteLog(48, "forty-eight\n");
-    extended.WriteLog(0, "error\n");
-    EXPECT_EQ((Lines{"5,,,, five\n", "48,,,, forty-eight\n", "0,,,, error\n"}), extended.lines());
-}
-
-TEST(IUErrorLog, NegativeLevelsSilenceAllButTheUnfilteredForms) {
-    CapturingLog log(1);
-    log.SetLogLevel(-1);
-    log.clear();
-    log.WriteLog(1, "one\n");
-    log.WriteLogStr("str\n");
-    log.WriteLog(0, "level 0 passes only at levels that are not negative\n");
-    log.WriteErrorStr("error\n");
-    log.WriteLog("plain %s\n", "form");
-    EXPECT_EQ((Lines{"0,,,, error\n", "0,,,, plain form\n"}), log.lines());
-
-    log.SetLogLevel(1);
-    log.clear();
-    log.WriteLogStr(60, "the message level is not compared\n");
-    EXPECT_EQ((Lines{"60,,,, the message level is not compared\n"}), log.lines());
-}
-
-TEST(IUErrorLog, LongMessagesAreCutAt5119Characters) {
-    CapturingLog log(63);
-    std::string big(6000, 'x');
-    log.WriteLog(5, "%s", big.c_str());
-    log.WriteLog("%s", big.c_str());
-    ASSERT_EQ(2u, log.lines().size());
-    EXPECT_EQ("5,,,, " + std::string(5119, 'x'), log.lines()[0]);
-    EXPECT_EQ("0,,,, " + std::string(5119, 'x'), log.lines()[1]);
-}
-
-// The null formats are the point of this test; -Wformat-security (a hardening flag) would refuse them.
+// The null formats are part of the point; -Wformat-security (a hardening flag) would refuse them.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-security"
-TEST(IUErrorLog, NullFormatsWriteTheirOwnTexts) {
-    CapturingLog log(63);
-    log.WriteLog(3, nullText());
-    log.WriteLog(nullText());
-    EXPECT_EQ((Lines{"3,,,, IUErrorLog::WriteLog(int a_iPriority, LPCTSTR lpszMsg, ...) - template is NULL\n",
-                     "0,,,, IUErrorLog::WriteLog(LPCTSTR lpszMsg, ...) - template is NULL\n"}),
-              log.lines());
-}
-#pragma GCC diagnostic pop
-
-TEST(IUErrorLog, WriteAsHexWritesLinesOf32Bytes) {
-    CapturingLog log(5);
-    unsigned char data[33];
-    for (int i = 0; i < 33; ++i) data[i] = static_cast<unsigned char>(i * 7);
-    EXPECT_EQ(0, log.WriteAsHex(5, data, 33));
-    ASSERT_EQ(2u, log.lines().size());
-    EXPECT_EQ("5,,,,   0  7  E 15", log.lines()[0].substr(0, 18));
-    EXPECT_EQ(6u + 32 * 3 + 1, log.lines()[0].size());
-    EXPECT_EQ("5,,,,  E0\n", log.lines()[1]);
-
-    log.clear();
-    log.WriteAsHex(6, data, 33);
-    EXPECT_TRUE(log.lines().empty());
-}
-
-TEST(ErrorLogLevels, ColumnsAndThresholds) {
-    struct Case {
-        int logLevel;
-        Lines expected;
+TEST(ErrorLog, LinesHandedToTheSinkAtALogLevel) {
+    unsigned char hex[33] = {10, 10, 10, 10, 10, 10, 10, 10, 10, 10, 10, 10, 10, 10, 10, 10, 10,
+                             10, 10, 10, 10, 10, 10, 10, 10, 10, 10, 10, 10, 10, 10, 10, 0xFF};
+    std::string hexLine = "5,,,, ";
+    for (int i = 0; i < 32; ++i) hexLine += "  A";
+    struct Row { const char* shows; int logLevel; std::function<void(IUErrorLog&)> write; Lines expected; };
+    const Row rows[] = {
+        {"level up to the log level", 31, [](IUErrorLog& l) { l.WriteLog(31, "f%d\n", 5); }, {"31,,,, f5\n"}},
+        {"level above it dropped", 31, [](IUErrorLog& l) { l.WriteLog(48, "x"); }, {}},
+        {"level 0 an error line", 63, [](IUErrorLog& l) { l.WriteLog(0, "e"); }, {"0,,,, e"}},
+        {"negative log: level 0 dropped", -1, [](IUErrorLog& l) { l.WriteLog(0, "e"); }, {}},
+        {"negative log: Str dropped", -1, [](IUErrorLog& l) { l.WriteLogStr("s"); }, {}},
+        {"errors pass any level", -1, [](IUErrorLog& l) { l.WriteErrorStr("e"); }, {"0,,,, e"}},
+        {"plain form is an error", -1, [](IUErrorLog& l) { l.WriteLog("p %s", "f"); }, {"0,,,, p f"}},
+        {"Str writes column 0", 1, [](IUErrorLog& l) { l.WriteLogStr("s"); }, {"0,,,, s"}},
+        {"Str level not compared", 1, [](IUErrorLog& l) { l.WriteLogStr(-120, "s"); }, {"-120,,,, s"}},
+        {"cut at 5119", 63, [](IUErrorLog& l) { l.WriteLog(5, "%s", big.c_str()); }, {"5,,,, " + big.substr(881)}},
+        {"Str not cut", 1, [](IUErrorLog& l) { l.WriteErrorStr(big.c_str()); }, {"0,,,, " + big}},
+        {"null format", 3, [](IUErrorLog& l) { l.WriteLog(3, nullText()); },
+         {"3,,,, IUErrorLog::WriteLog(int a_iPriority, LPCTSTR lpszMsg, ...) - template is NULL\n"}},
+        {"hex by 32", 5, [&](IUErrorLog& l) { l.WriteAsHex(5, hex, 33); }, {hexLine + "\n", "5,,,,  FF\n"}},
+        {"hex above the level", 5, [&](IUErrorLog& l) { l.WriteAsHex(6, hex, 33); }, {}},
+        {"0 stored as 1, no line", 1, [](IUErrorLog& l) { l.SetLogLevel(0); l.WriteLog(1, "%d", l.GetLogLevel()); },
+         {"1,,,, 1"}},
+        {"change logged once", 31, [](IUErrorLog& l) { l.SetLogLevel(63); l.SetLogLevel(63); },
+         {"0,,,, log level has been changed to 63\n"}},
+        // The level-named writes: a column of their own and a threshold each.
+        {"LEVEL0 at any level", -5, [](IUErrorLog&) { ERRORLOGLEVEL0("%s", big.c_str()); }, {"1,,,, " + big}},
+        {"LEVEL0 null format", 1, [](IUErrorLog&) { ERRORLOGLEVEL0(nullText()); }, {"1,,,, ERRORLOGLEVELx() wrong parameter"}},
+        {"LEVEL1 below 2", 1, [](IUErrorLog&) { ERRORLOGLEVEL1("o"); }, {}},
+        {"LEVEL1 from 2", 2, [](IUErrorLog&) { ERRORLOGLEVEL1("o%d", 1); }, {"2,,,, o1"}},
+        {"LEVEL2 below 48", 47, [](IUErrorLog&) { ERRORLOGLEVEL2("t"); }, {}},
+        {"LEVEL2 from 48", 48, [](IUErrorLog&) { ERRORLOGLEVEL2("t%d", 2); ERRORLOGLEVEL3("n"); }, {"48,,,, t2"}},
+        // UException: the place shows with the code unless it is -1; without a place the code never shows.
+        {"short form", 1, [](IUErrorLog&) { UException(9, "bad %d", 7); }, {"1, , 0, , EXCEPTION - bad 7\n"}},
+        {"place, code", 1, [](IUErrorLog&) { UException(5, "a", "f", 12, "x"); }, {"1, a, 12, f, (0x5) x\n"}},
+        {"place, code -1", 1, [](IUErrorLog&) { UException(-1, "a", "f", 12, "x"); }, {"1, a, 12, f, x\n"}},
+        {"place, code -2", 1, [](IUErrorLog&) { UException(-2, "a", "f", 1, "x"); }, {"1, a, 1, f, (0xfffffffe) x\n"}},
+        {"null function", 1, [](IUErrorLog&) { UException(-1, "a", nullText(), 2, "x"); },
+         {std::string("1, a, 2, , ") + kInvalid + "\n"}},
+        {"null format", 1, [](IUErrorLog&) { UException(3, nullText()); },
+         {"1, , 0, , UException::UException(int a_code, LPCTSTR lpszMsg, ...)  - template parameter is NULL\n\n"}},
+        {"short null format", 1, [](IUErrorLog&) { UException{nullText()}; },
+         {"1, , 0, , UException::UException(LPCTSTR lpszMsg, ...) - template parameter is NULL\n\n"}},
+        {"1000-character names kept", 1, [](IUErrorLog&) { UException(-1, big.c_str() + 5000, big.c_str() + 5000, 0, "m"); },
+         {"1, " + big.substr(5000) + ", 0, " + big.substr(5000) + ", m\n"}},
+        {"longer names dropped", 1, [](IUErrorLog&) { UException(-1, big.c_str() + 4999, big.c_str() + 4999, 0, "m"); },
+         {"1, , 0, , m\n"}},
+        {"cut at 5118", 1, [](IUErrorLog&) { UException(-1, "f", "g", 1, "%s", big.c_str()); },
+         {"1, f, 1, g, " + big.substr(882) + "\n"}},
+        {"short cut at 5118", 1, [](IUErrorLog&) { UException("%s", big.c_str()); },
+         {"1, , 0, , EXCEPTION - " + big.substr(894) + "\n"}},
+        {"caught", 1, [](IUErrorLog&) { UException(-1, "", "toDWORD()", 77, "E").WriteCaught("toDWORD()", 120); },
+         {"1, , 77, toDWORD(), E\n", "1, , 120, toDWORD() - EXCEPTION, EXCEPTION caught: E\n"}},
+        {"unknown caught", 1, [](IUErrorLog&) { WriteUnknownExceptionCaught("toInt()", 130); },
+         {"1, , 130, toInt() - EXCEPTION, EXCEPTION caught: toInt() - EXCEPTION\n"}},
+        {"break", 1, [](IUErrorLog&) { EXPECT_FALSE(UBreakException().isDefined()); }, {}},
     };
-    const Case cases[] = {
-        {-5, {"1,,,, zero 0"}},
-        {1, {"1,,,, zero 0"}},
-        {2, {"1,,,, zero 0", "2,,,, one 1"}},
-        {47, {"1,,,, zero 0", "2,,,, one 1"}},
-        {48, {"1,,,, zero 0", "2,,,, one 1", "48,,,, two 2"}},
-    };
-    for (const Case& c : cases) {
-        ScopedCapturingLog log(c.logLevel);
-        ERRORLOGLEVEL0("zero %d", 0);
-        ERRORLOGLEVEL1("one %d", 1);
-        ERRORLOGLEVEL2("two %d", 2);
-        ERRORLOGLEVEL3("never");
-        ERRORLOGLEVEL4("never");
-        ERRORLOGLEVEL5("never");
-        EXPECT_EQ(c.expected, log.lines()) << "log level " << c.logLevel;
+    for (const Row& row : rows) {
+        ScopedCapturingLog log(row.logLevel);
+        row.write(log);
+        EXPECT_EQ(row.expected, log.lines()) << row.shows;
     }
-}
-
-// The null formats are the point of this test; -Wformat-security (a hardening flag) would refuse them.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-security"
-TEST(ErrorLogLevels, LongTextsAreWrittenWholeAndNullFormatsNamed) {
-    ScopedCapturingLog log(1);
-    std::string big(10000, 'y');
-    ERRORLOGLEVEL0("%s", big.c_str());
-    ERRORLOGLEVEL0(nullText());
-    ASSERT_EQ(2u, log.lines().size());
-    EXPECT_EQ("1,,,, " + big, log.lines()[0]);
-    EXPECT_EQ("1,,,, ERRORLOGLEVELx() wrong parameter", log.lines()[1]);
+    errorLog = nullptr;
+    UException("no log, no crash");
 }
 #pragma GCC diagnostic pop
+
+TEST(UException, CopiesAndAssignmentsOwnTheirStrings) {
+    UException original(4, "file", "func", 9, "msg");
+    UException copy(original), assigned;
+    assigned = original;
+    original = "replaced";
+    EXPECT_STREQ("msg", copy.GetErrorMessage());
+    EXPECT_STREQ("func", assigned.GetFunctionName());
+    EXPECT_EQ(4, assigned.GetErrorCode());
+    EXPECT_EQ(nullptr, original.GetFileName());
+    EXPECT_EQ(-1, original.GetErrorCode());
+    original = 3;
+    EXPECT_STREQ("unknown exception", original.GetErrorMessage());
+    EXPECT_EQ(3, original.GetErrorCode());
+    EXPECT_EQ(9, UException(9, "c").GetErrorCode());
+}
 
 TEST(UOutputErrorLog, PrintsTimeThreadAndLine) {
     UOutputErrorLog out;
     testing::internal::CaptureStdout();
     EXPECT_EQ(0, out.WriteLogItem("0,,,, with newline\n"));
     EXPECT_EQ(0, out.WriteLogItem("0,,,, without"));
-    std::string printed = testing::internal::GetCapturedStdout();
-
-    std::string thread = "(" + std::to_string(getpid()) + ")  ";
-    size_t first = printed.find('\n');
-    ASSERT_NE(std::string::npos, first);
-    std::string line = printed.substr(0, first);
-    ASSERT_GE(line.size(), 14u);
-    EXPECT_EQ(':', line[2]);
-    EXPECT_EQ(":000, ", line.substr(8, 6)) << "milliseconds always read 000";
-    EXPECT_EQ(thread + "0,,,, with newline", line.substr(14));
-    EXPECT_EQ("\n\n", printed.substr(first, 2)) << "puts adds a newline after the line's own";
-    EXPECT_NE(std::string::npos, printed.find(thread + "0,,,, without\r\n\n"));
+    std::string printed = testing::internal::GetCapturedStdout(), thread = "\\(" + std::to_string(getpid()) + "\\)  ";
+    std::regex shape("[ 12]\\d:\\d\\d:\\d\\d:000, " + thread + "0,,,, with newline\n\n[ 12]\\d:\\d\\d:\\d\\d:000, " + thread + "0,,,, without\r\n\n");
+    EXPECT_TRUE(std::regex_match(printed, shape)) << printed << "puts adds a newline";
 }
 
 }  // namespace

@@ -1,91 +1,64 @@
-// The Windows-named shims.
+// File existence by mode bits, environment variables with a fallback, and URL splitting.
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <csignal>
-#include <ctime>
-#include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "Debug"
+#include "CapturingLog.h"
 #include "Platform"
+#include "System"
+#include "TempHome.h"
+#include "Url"
 
 namespace {
 
-TEST(Sleep, WaitsAtLeastTheTimeAskedEvenWhenInterrupted) {
-    struct sigaction action = {};
-    action.sa_handler = [](int) {};
-    sigaction(SIGALRM, &action, nullptr);
-    ualarm(20000, 0);  // interrupts the wait after 20 ms
-    auto start = std::chrono::steady_clock::now();
-    Sleep(120);
-    auto elapsed = std::chrono::steady_clock::now() - start;
-    EXPECT_GE(std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count(), 120);
-}
+std::string text(const CString& s) { return std::string(static_cast<const char*>(s), s.GetLength()); }
 
-TEST(Clock, SystemTimeIsLocalWithoutMilliseconds) {
-    SYSTEMTIME st;
-    time_t now = time(nullptr);
-    GetSystemTime(&st);
-    struct tm local;
-    localtime_r(&now, &local);
-    EXPECT_EQ(local.tm_year + 1900, st.wYear);
-    EXPECT_EQ(local.tm_mon + 1, st.wMonth);
-    EXPECT_EQ(local.tm_mday, st.wDay);
-    EXPECT_EQ(0, st.wMilliseconds);
-    long a = 1000000000, b = 1000000001;
-    int first = cached_localtime(&a)->tm_sec;
-    EXPECT_NE(first, cached_localtime(&b)->tm_sec) << "a new second is converted afresh";
-}
-
-TEST(Shims, IdentityCountersAndInertHandles) {
-    EXPECT_EQ(static_cast<DWORD>(getpid()), GetCurrentThreadId());
-    long count = 5;
-    EXPECT_EQ(6, InterlockedIncrement(&count));
-    EXPECT_EQ(5, InterlockedDecrement(&count));
-    EXPECT_EQ(nullptr, CreateMutex(nullptr, TRUE, "name"));
-    EXPECT_EQ(WAIT_OBJECT_0, WaitForMultipleObjects(1, nullptr, FALSE, INFINITE));
-
-    pthread_mutex_t mutex;
-    InitializeCriticalSection(&mutex);
-    pthread_mutex_lock(&mutex);
-    EXPECT_EQ(0, pthread_mutex_trylock(&mutex)) << "recursive: the owner may lock again";
-    pthread_mutex_unlock(&mutex);
-    pthread_mutex_unlock(&mutex);
-    pthread_mutex_destroy(&mutex);
-}
-
-TEST(IsFileExist, TestsModeBitsNotTypes) {
-    char dir[] = "/tmp/passway-exist-XXXXXX";
-    ASSERT_NE(nullptr, mkdtemp(dir));
-    std::string fifo = std::string(dir) + "/fifo", dangling = std::string(dir) + "/dangling";
+// isFileExist tests mode bits, not file types: a FIFO has none of them.
+TEST(IsFileExist, ModeBitsDecide) {
+    TempHome home;
+    const std::string fifo = home.path() + "/fifo", dangling = home.path() + "/dangling";
     ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
     ASSERT_EQ(0, symlink("/nonexistent", dangling.c_str()));
-
-    EXPECT_TRUE(isFileExist(dir));
-    EXPECT_TRUE(isFileExist("/proc/self/exe")) << "a link counts by its target";
-    EXPECT_TRUE(isFileExist("/dev/null")) << "a character device has a bit of 0xA000";
-    EXPECT_FALSE(isFileExist(fifo.c_str())) << "a FIFO has none of the bits";
-    EXPECT_FALSE(isFileExist(dangling.c_str()));
-    EXPECT_FALSE(isFileExist(nullptr));
-    unlink(fifo.c_str());
-    unlink(dangling.c_str());
-    rmdir(dir);
+    const std::pair<const char*, bool> rows[] = {{home.path().c_str(), true}, {"/proc/self/exe", true},
+                                                 {"/dev/null", true},          {fifo.c_str(), false},
+                                                 {dangling.c_str(), false},    {nullptr, false}};
+    for (const auto& row : rows) EXPECT_EQ(row.second, isFileExist(row.first)) << row.first;
 }
 
-TEST(DebugTrace, WritesToStandardOutputWhenAsked) {
-    DWORD saved = g_dwDebugFlags;
-    g_dwDebugFlags = 1;
-    testing::internal::CaptureStdout();
-    AfxTrace("value %d\n", 42);
-    g_dwDebugFlags = 0;
-    AfxTrace("silent\n");
-    std::string out = testing::internal::GetCapturedStdout();
-    g_dwDebugFlags = saved;
-    char expected[64];
-    snprintf(expected, sizeof expected, "[%4d] value 42\n", static_cast<int>(getpid()));
-    EXPECT_EQ(expected, out);
+TEST(SGetEnvironmentVariable, FallsBackForEmptyUnsetAndOverlongValuesAndLogsIt) {
+    ScopedCapturingLog log(2);
+    const std::string v999(999, 'v'), v1000(1000, 'v');
+    const std::pair<const char*, std::string> rows[] = {
+        {"value", "value"}, {"", "fb"}, {v999.c_str(), v999}, {v1000.c_str(), "fb"}, {nullptr, "fb"}};
+    for (const auto& row : rows) {
+        if (row.first) setenv("PASSWAY_TEST_VAR", row.first, 1); else unsetenv("PASSWAY_TEST_VAR");
+        EXPECT_EQ(row.second, text(SGetEnvironmentVariable("PASSWAY_TEST_VAR", "fb"))) << row.second.size();
+    }
+    ASSERT_EQ(3u, log.lines().size());
+    EXPECT_EQ(0u, log.lines()[0].find("0,,,, GetEnvironmentVariable failed, PASSWAY_TEST_VAR, ")) << log.lines()[0];
+    log.SetLogLevel(1);
+    SGetEnvironmentVariable("PASSWAY_TEST_VAR", "fb");
+    EXPECT_EQ(4u, log.lines().size()) << "only the level change: logged only above level 1";
+}
+
+TEST(ParseURL_BASIC, SchemesPortsHostsAndPaths) {
+    struct Row { const char* url; bool ok; unsigned int scheme; const char* host; unsigned int port; const char* path; };
+    const Row rows[] = {
+        {"http://127.0.0.1:44444/vpn.php?INFO", true, 1, "127.0.0.1", 44444, "/vpn.php?INFO"},
+        {"HTTPS://h/x", true, 2, "h", 443, "/x"},       {"  ftp://files.example  ", true, 3, "files.example", 21, "/"},
+        {"file://host\\share\\x", true, 4, "host", 0, "\\share\\x"}, {"h/x", true, 0, "h", 0, "/x"},
+        {"http://h:0/", false, 1, "h", 80, "/"},        {"http://h:65536/", false, 1, "h", 80, "/"},
+        {"http://h:/", false, 1, "h", 80, "/"},         {"http:///path", false, 1, "", 80, "/path"},
+        {"", false, 0, "", 0, "/"},                     {"xhttp://h/", false, 0, "xhttp", 0, "//h/"},
+    };
+    for (const Row& c : rows) {
+        unsigned int scheme = 99, port = 99;
+        CString host("stale"), path("stale");
+        EXPECT_EQ(c.ok, ParseURL_BASIC(c.url, scheme, host, path, port)) << c.url;
+        EXPECT_EQ(std::make_tuple(c.scheme, std::string(c.host), c.port, std::string(c.path)),
+                  std::make_tuple(scheme, text(host), port, text(path))) << c.url;
+    }
 }
 
 }  // namespace
