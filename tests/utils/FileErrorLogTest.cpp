@@ -28,7 +28,7 @@ TEST(UFileErrorLog, WhatTheReaderSeesThroughAReopen) {
     time_t now = time(nullptr);
     setenv("TZ", ("PWY" + std::to_string(gmtime(&now)->tm_hour - 9)).c_str(), 1);  // local = UTC - offset = 9h
     tzset();
-    int next = dup(0);  // the lowest free descriptor: the log file's
+    int next = open("/dev/null", O_RDONLY);  // the lowest free descriptor: the log file's next
     close(next);
     HomeLog home;
     EXPECT_EQ(FD_CLOEXEC, fcntl(next, F_GETFD)) << "programs started later do not inherit the file";
