@@ -1,79 +1,40 @@
 // The launched service and the relay between page and service, as both ends see it.
-#include <csignal>
-#include <sys/prctl.h>
 #include <sys/wait.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include "PluginTestSupport.h"
 
 namespace {
 
-const std::string kRoot = TestRoot::path();
-
-// A test root with a current client installed; the page answers from `answers`.
-class ServiceRelayTest : public PluginTest {
+class ServiceRelayTest : public LivePluginTest {
 protected:
     void SetUp() override {
-        // The service leaves its launcher behind; as the subreaper this process can reap it when a
-        // test kills it, so that its pid really names no process any more.
-        prctl(PR_SET_CHILD_SUBREAPER, 1);
-        TestRoot::reset();
-        TestRoot::installClient();
-        ASSERT_EQ(0, browser.initialize());
-        browser.page = [this](const std::string& function, const std::string& argument) -> std::optional<std::string> {
-            if (function != "c_addcomm") return std::nullopt;
-            messages.push_back(argument);
-            if (answers.empty()) return std::string("");
-            std::string next = answers.front();
-            answers.erase(answers.begin());
-            return next;
-        };
+        LivePluginTest::SetUp();
+        installClient();
     }
-    void TearDown() override { TestRoot::stopService(); }
-
-    static int servicePid() { return TestRoot::servicePid(); }
-    static std::vector<std::string> serviceRequests() { return TestRoot::serviceRequests(); }
-
-    std::vector<std::string> messages;  // c_addcomm texts the page received
-    std::vector<std::string> answers;   // what the page answers, in order ("" once they run out)
+    static std::vector<std::string> requests() { return lines(readFile(kRoot + "var/run/requests.log")); }
 };
 
 TEST_F(ServiceRelayTest, RelaysBothWaysWithSequenceNumbersAcrossInstances) {
-    answers = {"hello", "a b&c"};
-    FakeBrowser::Instance* first = browser.create({{"last_param", "1"}, {"user", "bob"}});
-    browser.pump(7);
+    answers = {"hello", "it's a \"b\"&c"};
+    NPError created = -1;
+    FakeBrowser::Instance* first = browser.create({{"last_param", "1"}, {"user", "bob"}}, &created);
+    EXPECT_EQ(0, created);
+    browser.pump(8);
     EXPECT_EQ("user=bob&browser_pid=" + std::to_string(getpid()) + "&", readFile(kRoot + "var/run/params.txt"));
-    std::vector<std::string> seen = serviceRequests();
-    ASSERT_GE(seen.size(), 3u);
-    EXPECT_EQ("GET /vpn.php?CONNECT HTTP/1.0", seen[0]);
-    EXPECT_EQ("GET /vpn.php?hello&z=0 HTTP/1.0", seen[1]);
-    EXPECT_EQ("GET /vpn.php?a b&c&z=1 HTTP/1.0", seen[2]) << "the page's text goes in unescaped";
-    ASSERT_GE(messages.size(), 2u);
-    EXPECT_EQ("connected", messages[0]);
-    EXPECT_EQ("ack:hello&z=0", messages[1]);
-
+    // The page's text goes in unescaped; an empty answer is sent as INFO.
+    EXPECT_EQ((std::vector<std::string>{"GET /vpn.php?CONNECT HTTP/1.0", "GET /vpn.php?hello&z=0 HTTP/1.0",
+                                        "GET /vpn.php?it's a \"b\"&c&z=1 HTTP/1.0", "GET /vpn.php?INFO&z=2 HTTP/1.0"}),
+              requests());
+    EXPECT_EQ((std::vector<std::string>{"connected", "ack:hello&z=0", "ack:it's a \"b\"&c&z=1", "ack:INFO&z=2"}), messages);
     EXPECT_EQ(NPERR_NO_ERROR, browser.destroy(first));
     for (int i = 0; i < 100 && servicePid() != 0; ++i) usleep(20000);
     EXPECT_EQ(0, servicePid()) << "destroying the instance stops the service it started";
 
-    size_t before = serviceRequests().size();
     answers = {"again"};
     browser.create({{"last_param", "1"}});
     browser.pump(3);
-    seen = serviceRequests();
-    ASSERT_GE(seen.size(), before + 2);
-    EXPECT_EQ("GET /vpn.php?CONNECT HTTP/1.0", seen[before]);
-    EXPECT_NE(std::string::npos, seen[before + 1].find("?again&z=")) << seen[before + 1];
-    EXPECT_EQ(std::string::npos, seen[before + 1].find("&z=0 ")) << "the sequence is never reset";
-}
-
-TEST_F(ServiceRelayTest, EmptyAnswersAreSentAsInfo) {
-    browser.create({{"last_param", "1"}});
-    browser.pump(3);
-    std::vector<std::string> seen = serviceRequests();
-    ASSERT_GE(seen.size(), 2u);
-    EXPECT_EQ("GET /vpn.php?INFO&z=0 HTTP/1.0", seen[1]);
+    EXPECT_EQ("GET /vpn.php?again&z=4 HTTP/1.0", requests().back()) << "the sequence is never reset";
 }
 
 TEST_F(ServiceRelayTest, TheServiceSwitchesLoggingDownAndUp) {
@@ -87,38 +48,43 @@ TEST_F(ServiceRelayTest, TheServiceSwitchesLoggingDownAndUp) {
     EXPECT_TRUE(logged("0,,,, log level has been changed to 63\n"));
 }
 
+// While the page relays, a service whose pid file names no process ends the session; a pid file that is gone
+// says nothing.
 TEST_F(ServiceRelayTest, AGoneServiceDropsTheSession) {
-    answers = {"one"};
-    browser.create({{"last_param", "1"}});
-    browser.pump(1);  // the connect request; the page call is next
-    int pid = servicePid();
-    ASSERT_GT(pid, 0);
-    kill(pid, SIGKILL);  // gone without removing its pid file
-    waitpid(pid, nullptr, 0);
-    browser.pump(3);
-    EXPECT_EQ("ssldrop", messages.back());
-    EXPECT_TRUE(logged("[PluginInstance_URLNotify] ERROR!  tunvo (/proc/" + std::to_string(pid) + "/cmdline) not found error=2"))
-        << log().substr(log().size() > 3000 ? log().size() - 3000 : 0);
+    const struct { const char* shows; std::function<std::string(int pid)> act; const char* last; } rows[] = {
+        {"killed", [](int pid) { kill(pid, SIGKILL), waitpid(pid, nullptr, 0); return "/proc/" + std::to_string(pid); }, "ssldrop"},
+        {"an empty pid file", [](int) { writeFile(kRoot + "var/run/tunvo.pid", ""); return std::string("/proc/0"); }, "ssldrop"},
+        {"no pid file", [](int) { unlink((kRoot + "var/run/tunvo.pid").c_str()); return std::string(); }, "ack:one&z=0"},
+    };
+    for (const auto& row : rows) {
+        messages.clear();
+        answers = {"one"};
+        FakeBrowser::Instance* instance = browser.create({{"last_param", "1"}});
+        browser.pump(1);  // the connect request; the page call is next
+        int pid = servicePid();
+        ASSERT_GT(pid, 0);
+        std::string proc = row.act(pid);
+        browser.pump(3);
+        EXPECT_EQ(row.last, messages.back()) << row.shows;
+        EXPECT_EQ(!proc.empty(), logged("[PluginInstance_URLNotify] ERROR!  tunvo (" + proc + "/cmdline) not found error=2"))
+            << row.shows;
+        kill(pid, SIGKILL);
+        waitpid(pid, nullptr, 0);
+        stopService();  // before the instance stops it: an empty pid file would signal this process group
+        browser.destroy(instance);
+    }
 }
 
 TEST_F(ServiceRelayTest, ARunningServiceIsLeftAlone) {
     browser.create({{"last_param", "1"}});
     browser.pump(1);
     int pid = servicePid();
-    FakeBrowser::Instance* second = browser.create({{"last_param", "1"}});
-    EXPECT_EQ(1u, count(browser.pageCalls(), "javascript:c_addcomm('&sslsetstatus,v1,disconnectedwitherror,1')"));
-    EXPECT_TRUE(logged("[LaunchVPN] tunvo server already launched, pid=" + std::to_string(pid) + "\n"));
-    browser.destroy(second);
-    EXPECT_EQ(0, kill(pid, 0)) << "the instance that found it running does not stop it";
-}
-
-TEST_F(ServiceRelayTest, AMissingClientIsReportedToThePage) {
-    unlink((kRoot + "etc/version.txt").c_str());
     NPError created = -1;
-    browser.create({{"last_param", "1"}}, &created);
+    browser.destroy(browser.create({{"last_param", "1"}}, &created));
     EXPECT_EQ(0, created);
-    EXPECT_EQ(1u, count(browser.pageCalls(), "javascript:VPNNotInstalled()"));
-    EXPECT_EQ(0, servicePid());
+    EXPECT_EQ(1u, count(browser.urls(true), "javascript:c_addcomm('&sslsetstatus,v1,disconnectedwitherror,1')"));
+    EXPECT_TRUE(logged("[LaunchVPN] tunvo server already launched, pid=" + std::to_string(pid) + "\n"));
+    EXPECT_EQ(0, kill(pid, 0)) << "the instance that found it running does not stop it";
 }
 
 }  // namespace

@@ -1,60 +1,51 @@
-// A browser for tests, on the host's NPAPI core (host/NpapiHost): loads the plug-in with dlopen and drives
-// it only through NP_Initialize and the function tables, as a browser does. It records every call the plug-in makes into it, refuses chosen
-// requests, runs a scripted page for javascript: URLs (return values come back as text/plain streams),
-// fetches http://127.0.0.1 URLs over a real socket, and serves chosen URLs from memory; the replies are
-// delivered in chunks through the stream callbacks and ended with NPP_URLNotify.
-//
+// A browser for tests, on the host's NPAPI core (host/NpapiHost): loads the plug-in with dlopen and drives it
+// only through NP_Initialize and the function tables, as a browser does. It records every call the plug-in
+// makes into it, refuses chosen requests, runs a scripted page for javascript: URLs (return values come back
+// as text/plain streams), fetches http://127.0.0.1 URLs over a real socket, and serves chosen URLs from
+// memory; replies are delivered in chunks through the stream callbacks and ended with NPP_URLNotify.
 // One FakeBrowser may exist at a time in a process (the plug-in's calls find it through a global).
 #ifndef PASSWAY_TESTS_FAKEBROWSER_H
 #define PASSWAY_TESTS_FAKEBROWSER_H
 
-#include <cstdint>
 #include <deque>
 #include <functional>
 #include <map>
 #include <memory>
 #include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "NpapiHost.h"
 
 class FakeBrowser : private NpapiHost::Handler {
 public:
-    // One call the plug-in made into the browser.
+    // One call the plug-in made into the browser: "geturl", "geturlnotify", "uagent", "setvalue", ...
     struct Call {
-        std::string function;  // "geturl", "geturlnotify", "uagent", "setvalue", ...
-        std::string url;
+        std::string function, url;
         void* notifyData = nullptr;
         NPP instance = nullptr;
     };
-    // One embed: the handle the plug-in sees and the parameters it was given.
     using Instance = NpapiHost::Instance;
     using Parameters = NpapiHost::Parameters;
     // A page function: its name and argument text -> its return value, if any.
     using Page = std::function<std::optional<std::string>(const std::string& function, const std::string& argument)>;
 
     explicit FakeBrowser(const std::string& pluginPath);
-    ~FakeBrowser();
     FakeBrowser(const FakeBrowser&) = delete;
     FakeBrowser& operator=(const FakeBrowser&) = delete;
 
     bool loaded() const { return m_host.loaded(); }
     NP_GetMIMEDescriptionFunc getMIMEDescription = nullptr;
     NP_GetValueFunc getValue = nullptr;
-
     // NP_Initialize with a browser table of this version and size (472 and 0.27 are today's).
     NPError initialize(uint16_t version = 27, uint16_t size = 472, uint16_t pluginTableSize = 168) {
         return m_host.initialize(version, size, pluginTableSize);
     }
     const NPPluginFuncs& plugin() const { return m_host.plugin(); }
-
     // NPP_New for an embed with these parameters; the instance stays owned by the browser.
     Instance* create(const Parameters& parameters, NPError* result = nullptr) { return m_host.create(parameters, result); }
     // NPP_Destroy; the element's queued requests are dropped, as its page is gone.
     NPError destroy(Instance* instance);
-
     // Runs queued requests, and those they cause, until none is left (at most `limit`).
     void pump(int limit = 1000);
 
@@ -62,51 +53,41 @@ public:
     Page page = [](const std::string&, const std::string&) { return std::optional<std::string>(); };
     std::function<NPError(const std::string& url)> refuse = [](const std::string&) { return NPERR_NO_ERROR; };
     std::string userAgent = "Mozilla/5.0 (X11; Linux x86_64) FakeBrowser/1.0";
-    int32_t chunkSize = 4096;  // largest piece handed to NPP_Write (and never more than WriteReady allows)
+    int32_t chunkSize = 4096;  // largest piece handed to NPP_Write
     bool failNetwork = false;  // http requests end with a network error, no stream
-    // A stream that has delivered this many bytes ends there with this reason (0 = never).
-    size_t cutAfterBytes = 0;
+    size_t cutAfterBytes = 0;  // a stream that has delivered this many bytes ends there with cutReason (0 = never)
     NPReason cutReason = NPRES_NETWORK_ERR;
+    bool quiet = false;  // neither record calls nor run page calls (for measurements)
     void serve(const std::string& url, const std::string& mimeType, const std::string& body) {
-        m_served[url] = {mimeType, std::make_shared<const std::string>(body)};
+        serveShared(url, mimeType, std::make_shared<const std::string>(body));
     }
     // Serves a body the caller keeps alive, without copying it.
     void serveShared(const std::string& url, const std::string& mimeType, std::shared_ptr<const std::string> body) {
         m_served[url] = {mimeType, std::move(body)};
     }
-    // Neither record calls nor run page calls (for measurements: the browser's bookkeeping stays flat).
-    bool quiet = false;
-
     const std::vector<Call>& calls() const { return m_calls; }
-    // The URLs of the page calls (javascript:) and of the other requests, in order.
-    std::vector<std::string> pageCalls() const;
-    std::vector<std::string> httpRequests() const;
+    // The URLs the plug-in asked for, in order: the page calls (javascript:) or the others.
+    std::vector<std::string> urls(bool pageCalls) const;
 
 private:
-    // The plug-in's calls (NpapiHost::Handler).
     NPError requestUrl(NPP instance, const char* url, const char* target, void* notifyData, bool notify) override;
     const char* userAgentOf(NPP instance) override;
-    void noteCall(const char* function, NPP instance, const std::string& detail, void* notifyData) override;
-    void record(Call call) { m_calls.push_back(std::move(call)); }
-
+    void noteCall(const char* function, NPP instance, const std::string& detail, void* notifyData) override {
+        m_calls.push_back({function, detail, notifyData, instance});
+    }
     struct Request {
         NPP instance;
         std::string url;
         void* notifyData;
         bool notify;
     };
-    struct Reply {
-        bool ok = false;
-        std::string mimeType;
-        std::shared_ptr<const std::string> body;
-    };
-    Reply fetch(const std::string& url);
-    void deliver(const Request& request, const Reply& reply);
+    using Reply = std::pair<std::string, std::shared_ptr<const std::string>>;  // MIME type and body
+    std::optional<Reply> fetch(const std::string& url);
 
     NpapiHost m_host;
     std::deque<Request> m_queue;
     std::vector<Call> m_calls;
-    std::map<std::string, std::pair<std::string, std::shared_ptr<const std::string>>> m_served;
+    std::map<std::string, Reply> m_served;
 };
 
 #endif

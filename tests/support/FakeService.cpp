@@ -46,30 +46,24 @@ std::vector<std::string> FakeService::requests() const {
 }
 
 void FakeService::serve() {
+    char buffer[65536];
     while (!m_stop) {
-        struct pollfd waiting = {m_listener, POLLIN, 0};
-        if (poll(&waiting, 1, 50) <= 0) continue;
-        int fd = accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC);
+        pollfd waiting = {m_listener, POLLIN, 0};
+        int fd = poll(&waiting, 1, 50) > 0 ? accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC) : -1;
         if (fd < 0) continue;
-        std::string request;
-        char buffer[65536];
-        // Searches only what arrived since the last look (and the three bytes before it): linear in the request.
+        // Reads the request's head (searching only what is new), then whatever else came with it (the direct
+        // query pads to 1000 bytes), so that closing does not reset the connection before the answer is read.
+        std::string request, response;
         for (size_t searched = 0; request.find("\r\n\r\n", searched) == std::string::npos;) {
             searched = request.size() > 3 ? request.size() - 3 : 0;
-            struct pollfd readable = {fd, POLLIN, 0};
-            if (poll(&readable, 1, 2000) <= 0) break;
-            ssize_t n = read(fd, buffer, sizeof buffer);
+            pollfd readable = {fd, POLLIN, 0};
+            ssize_t n = poll(&readable, 1, 2000) > 0 ? read(fd, buffer, sizeof buffer) : 0;
             if (n <= 0) break;
             request.append(buffer, static_cast<size_t>(n));
         }
-        // Take whatever else the client sent with its request (the direct query pads to 1000 bytes), so
-        // that closing the connection does not reset it before the client reads the answer.
-        for (struct pollfd more = {fd, POLLIN, 0}; poll(&more, 1, 0) > 0;) {
-            ssize_t n = read(fd, buffer, sizeof buffer);
-            if (n <= 0) break;
+        for (pollfd more = {fd, POLLIN, 0}; poll(&more, 1, 0) > 0 && read(fd, buffer, sizeof buffer) > 0;) {
         }
         std::string line = request.substr(0, request.find("\r\n"));
-        std::string response;
         {
             std::lock_guard<std::mutex> hold(m_mutex);
             m_requests.push_back(line);
@@ -77,19 +71,13 @@ void FakeService::serve() {
                 m_held.push_back(fd);
                 continue;
             }
-            if (!m_raw.empty()) {
-                response = m_raw;
-            } else {
-                std::string body = m_reply(line);
-                response = "HTTP/1.0 200 OK\r\nContent-Type: text/plain\r\nContent-Length: " +
-                           std::to_string(body.size()) + "\r\n\r\n" + body;
-            }
+            std::string body = m_raw.empty() ? m_reply(line) : "";
+            response = !m_raw.empty() ? m_raw
+                                      : "HTTP/1.0 200 OK\r\nContent-Type: text/plain\r\nContent-Length: " +
+                                            std::to_string(body.size()) + "\r\n\r\n" + body;
         }
-        for (size_t sent = 0; sent < response.size();) {
-            ssize_t n = write(fd, response.data() + sent, response.size() - sent);
-            if (n <= 0) break;
-            sent += static_cast<size_t>(n);
-        }
+        for (ssize_t sent = 0, n; sent < static_cast<ssize_t>(response.size()); sent += n)
+            if ((n = write(fd, response.data() + sent, response.size() - static_cast<size_t>(sent))) <= 0) break;
         close(fd);
     }
 }

@@ -9,7 +9,6 @@
 #include <csignal>
 #include <fcntl.h>
 #include <cstdio>
-#include <cstring>
 #include <memory>
 #include <string>
 #include <unistd.h>
@@ -19,18 +18,16 @@
 namespace {
 volatile sig_atomic_t g_stop = 0;
 
-void appendLine(const std::string& path, const std::string& line) {
-    if (FILE* f = fopen(path.c_str(), "a")) {
-        fprintf(f, "%s\n", line.c_str());
+void writeText(const std::string& path, const std::string& text, const char* mode = "w") {
+    if (FILE* f = fopen(path.c_str(), mode)) {
+        fputs(text.c_str(), f);
         fclose(f);
     }
 }
 }  // namespace
 
 int main(int, char** argv) {
-    std::string self = argv[0];
-    std::string root = self.substr(0, self.rfind('/') + 1);
-    std::string params;
+    std::string self = argv[0], run = self.substr(0, self.rfind('/') + 1) + "var/run/", params;
     char buffer[4096];
     for (ssize_t n; (n = read(0, buffer, sizeof buffer)) > 0;) params.append(buffer, static_cast<size_t>(n));
 
@@ -41,34 +38,25 @@ int main(int, char** argv) {
     pid_t child = fork();
     if (child != 0) {
         close(ready[1]);
-        char byte;
-        return child > 0 && read(ready[0], &byte, 1) == 1 ? 0 : 1;
+        return child > 0 && read(ready[0], buffer, 1) == 1 ? 0 : 1;
     }
     close(ready[0]);
     setsid();
     int null = open("/dev/null", O_RDWR);
-    dup2(null, 0);
-    dup2(null, 1);
-    dup2(null, 2);
+    for (int fd = 0; fd < 3; ++fd) dup2(null, fd);
     signal(SIGTERM, [](int) { g_stop = 1; });
     alarm(120);
-
-    std::string run = root + "var/run/";
-    if (FILE* f = fopen((run + "params.txt").c_str(), "w")) {
-        fputs(params.c_str(), f);
-        fclose(f);
-    }
+    writeText(run + "params.txt", params);
     {
         // A service still shutting down may hold the port for a moment: wait for it.
         std::unique_ptr<FakeService> service;
-        for (int attempt = 0; attempt < 100; ++attempt) {
+        for (int attempt = 0; attempt < 100 && !(service && service->listening()); ++attempt) {
+            if (attempt > 0) usleep(20000);
             service = std::make_unique<FakeService>();
-            if (service->listening()) break;
-            usleep(20000);
         }
         if (!service->listening()) return 1;
         service->setReply([run](const std::string& line) {
-            appendLine(run + "requests.log", line);
+            writeText(run + "requests.log", line + "\n", "a");
             size_t query = line.find('?');
             std::string text = query == std::string::npos ? "" : line.substr(query + 1, line.rfind(" HTTP") - query - 1);
             if (text == "CONNECT") return std::string("connected");
@@ -77,10 +65,7 @@ int main(int, char** argv) {
             if (say != std::string::npos) return text.substr(say + 4, text.find('&', say) - say - 4);
             return "ack:" + text;
         });
-        if (FILE* f = fopen((run + "tunvo.pid").c_str(), "w")) {
-            fprintf(f, "%d\n", static_cast<int>(getpid()));
-            fclose(f);
-        }
+        writeText(run + "tunvo.pid", std::to_string(getpid()) + "\n");
         if (write(ready[1], "r", 1) != 1) return 1;
         close(ready[1]);
         while (!g_stop) usleep(20000);  // the signal may land on the server thread: poll the flag

@@ -1,27 +1,26 @@
 #include "RunCommand.h"
 
-#include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
-std::string readAll(int fd) {
-    std::string text;
-    lseek(fd, 0, SEEK_SET);
-    char buffer[4096];
-    ssize_t n;
-    while ((n = read(fd, buffer, sizeof buffer)) > 0) text.append(buffer, static_cast<size_t>(n));
-    close(fd);
-    return text;
-}
-
+// A file already unlinked, for one stream of the child's output.
 int tempFile() {
     char path[] = "/tmp/passway-run-XXXXXX";
     int fd = mkstemp(path);
     unlink(path);
     return fd;
+}
+
+std::string readAll(int fd) {
+    std::string text;
+    char buffer[4096];
+    lseek(fd, 0, SEEK_SET);
+    for (ssize_t n; (n = read(fd, buffer, sizeof buffer)) > 0;) text.append(buffer, static_cast<size_t>(n));
+    close(fd);
+    return text;
 }
 }  // namespace
 
@@ -30,8 +29,7 @@ CommandResult runCommand(const std::vector<std::string>& argv) {
     int out = tempFile(), err = tempFile();
     pid_t pid = fork();
     if (pid == 0) {
-        int in = open("/dev/null", O_RDONLY);
-        dup2(in, 0);
+        dup2(open("/dev/null", O_RDONLY), 0);
         dup2(out, 1);
         dup2(err, 2);
         std::vector<char*> args;
