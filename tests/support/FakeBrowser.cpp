@@ -27,9 +27,8 @@ NPError FakeBrowser::requestUrl(NPP instance, const char* url, const char* targe
     std::string text = url != nullptr ? url : "";
     if (quiet && isPageCall(text)) return NPERR_NO_ERROR;
     if (!quiet) m_calls.push_back({notify ? "geturlnotify" : "geturl", text, notifyData, instance});
-    NPError refused = refuse(text);
-    if (refused == NPERR_NO_ERROR && target == nullptr) m_queue.push_back({instance, text, notifyData, notify});
-    return refused;
+    if (target == nullptr) m_queue.push_back({instance, text, notifyData, notify});
+    return NPERR_NO_ERROR;
 }
 
 const char* FakeBrowser::userAgentOf(NPP instance) {

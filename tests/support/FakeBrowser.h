@@ -1,6 +1,6 @@
 // A browser for tests, on the host's NPAPI core (host/NpapiHost): loads the plug-in with dlopen and drives it
 // only through NP_Initialize and the function tables, as a browser does. It records every call the plug-in
-// makes into it, refuses chosen requests, runs a scripted page for javascript: URLs (return values come back
+// makes into it, runs a scripted page for javascript: URLs (return values come back
 // as text/plain streams), fetches http://127.0.0.1 URLs over a real socket, and serves chosen URLs from
 // memory; replies are delivered in chunks through the stream callbacks and ended with NPP_URLNotify.
 // One FakeBrowser may exist at a time in a process (the plug-in's calls find it through a global).
@@ -10,10 +10,7 @@
 #include <deque>
 #include <functional>
 #include <map>
-#include <memory>
 #include <optional>
-#include <string>
-#include <vector>
 
 #include "NpapiHost.h"
 
@@ -30,9 +27,7 @@ public:
     // A page function: its name and argument text -> its return value, if any.
     using Page = std::function<std::optional<std::string>(const std::string& function, const std::string& argument)>;
 
-    explicit FakeBrowser(const std::string& pluginPath);
-    FakeBrowser(const FakeBrowser&) = delete;
-    FakeBrowser& operator=(const FakeBrowser&) = delete;
+    explicit FakeBrowser(const std::string& pluginPath);  // not copyable: it holds the NpapiHost
 
     bool loaded() const { return m_host.loaded(); }
     NP_GetMIMEDescriptionFunc getMIMEDescription = nullptr;
@@ -51,7 +46,6 @@ public:
 
     // Test controls.
     Page page = [](const std::string&, const std::string&) { return std::optional<std::string>(); };
-    std::function<NPError(const std::string& url)> refuse = [](const std::string&) { return NPERR_NO_ERROR; };
     std::string userAgent = "Mozilla/5.0 (X11; Linux x86_64) FakeBrowser/1.0";
     int32_t chunkSize = 4096;  // largest piece handed to NPP_Write
     bool failNetwork = false;  // http requests end with a network error, no stream
@@ -75,12 +69,7 @@ private:
     void noteCall(const char* function, NPP instance, const std::string& detail, void* notifyData) override {
         m_calls.push_back({function, detail, notifyData, instance});
     }
-    struct Request {
-        NPP instance;
-        std::string url;
-        void* notifyData;
-        bool notify;
-    };
+    struct Request { NPP instance; std::string url; void* notifyData; bool notify; };
     using Reply = std::pair<std::string, std::shared_ptr<const std::string>>;  // MIME type and body
     std::optional<Reply> fetch(const std::string& url);
 
