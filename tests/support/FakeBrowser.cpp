@@ -8,7 +8,9 @@
 #include <unistd.h>
 
 namespace {
-bool isPageCall(const std::string& url) { return url.rfind("javascript:", 0) == 0; }
+bool isPageCall(const std::string& url) {
+    return url.rfind("javascript:", 0) == 0;
+}
 }  // namespace
 
 FakeBrowser::FakeBrowser(const std::string& pluginPath) : m_host(pluginPath, *this) {
@@ -23,7 +25,8 @@ NPError FakeBrowser::destroy(Instance* instance) {
     return error;
 }
 
-NPError FakeBrowser::requestUrl(NPP instance, const char* url, const char* target, void* notifyData, bool notify) {
+NPError FakeBrowser::requestUrl(NPP instance, const char* url, const char* target, void* notifyData,
+                                bool notify) {
     std::string text = url != nullptr ? url : "";
     if (quiet && isPageCall(text)) return NPERR_NO_ERROR;
     if (!quiet) m_calls.push_back({notify ? "geturlnotify" : "geturl", text, notifyData, instance});
@@ -49,7 +52,8 @@ std::optional<FakeBrowser::Reply> FakeBrowser::fetch(const std::string& url) {
     if (served != m_served.end()) return served->second;
     if (failNetwork || url.rfind("http://", 0) != 0) return std::nullopt;
     size_t slash = url.find('/', 7), colon = url.find(':', 7);
-    std::string authority = url.substr(7, slash - 7), path = slash == std::string::npos ? "/" : url.substr(slash);
+    std::string authority = url.substr(7, slash - 7),
+                path = slash == std::string::npos ? "/" : url.substr(slash);
     struct sockaddr_in address = {};
     address.sin_family = AF_INET;
     address.sin_port = htons(static_cast<uint16_t>(colon < slash ? atoi(url.c_str() + colon + 1) : 80));
@@ -61,13 +65,15 @@ std::optional<FakeBrowser::Reply> FakeBrowser::fetch(const std::string& url) {
         char buffer[65536];
         ssize_t n;
         // A server silent for five seconds ends the request as it stands.
-        for (pollfd readable = {fd, POLLIN, 0}; poll(&readable, 1, 5000) > 0 && (n = read(fd, buffer, sizeof buffer)) > 0;)
+        for (pollfd readable = {fd, POLLIN, 0};
+             poll(&readable, 1, 5000) > 0 && (n = read(fd, buffer, sizeof buffer)) > 0;)
             response.append(buffer, static_cast<size_t>(n));
     }
     close(fd);
     size_t end = response.find("\r\n\r\n"), type = response.find("Content-Type: ");
     if (end == std::string::npos) return std::nullopt;
-    std::string mime = type < end ? response.substr(type + 14, response.find("\r\n", type) - type - 14) : "text/plain";
+    std::string mime =
+        type < end ? response.substr(type + 14, response.find("\r\n", type) - type - 14) : "text/plain";
     return Reply{mime, std::make_shared<const std::string>(response.substr(end + 4))};
 }
 

@@ -25,7 +25,8 @@ public:
     using Instance = NpapiHost::Instance;
     using Parameters = NpapiHost::Parameters;
     // A page function: its name and argument text -> its return value, if any.
-    using Page = std::function<std::optional<std::string>(const std::string& function, const std::string& argument)>;
+    using Page =
+        std::function<std::optional<std::string>(const std::string& function, const std::string& argument)>;
 
     explicit FakeBrowser(const std::string& pluginPath);  // not copyable: it holds the NpapiHost
 
@@ -38,7 +39,9 @@ public:
     }
     const NPPluginFuncs& plugin() const { return m_host.plugin(); }
     // NPP_New for an embed with these parameters; the instance stays owned by the browser.
-    Instance* create(const Parameters& parameters, NPError* result = nullptr) { return m_host.create(parameters, result); }
+    Instance* create(const Parameters& parameters, NPError* result = nullptr) {
+        return m_host.create(parameters, result);
+    }
     // NPP_Destroy; the element's queued requests are dropped, as its page is gone.
     NPError destroy(Instance* instance);
     // Runs queued requests, and those they cause, until none is left (at most `limit`).
@@ -49,14 +52,16 @@ public:
     std::string userAgent = "Mozilla/5.0 (X11; Linux x86_64) FakeBrowser/1.0";
     int32_t chunkSize = 4096;  // largest piece handed to NPP_Write
     bool failNetwork = false;  // http requests end with a network error, no stream
-    size_t cutAfterBytes = 0;  // a stream that has delivered this many bytes ends there with cutReason (0 = never)
+    size_t cutAfterBytes =
+        0;  // a stream that has delivered this many bytes ends there with cutReason (0 = never)
     NPReason cutReason = NPRES_NETWORK_ERR;
     bool quiet = false;  // neither record calls nor run page calls (for measurements)
     void serve(const std::string& url, const std::string& mimeType, const std::string& body) {
         serveShared(url, mimeType, std::make_shared<const std::string>(body));
     }
     // Serves a body the caller keeps alive, without copying it.
-    void serveShared(const std::string& url, const std::string& mimeType, std::shared_ptr<const std::string> body) {
+    void serveShared(const std::string& url, const std::string& mimeType,
+                     std::shared_ptr<const std::string> body) {
         m_served[url] = {mimeType, std::move(body)};
     }
     const std::vector<Call>& calls() const { return m_calls; }
@@ -64,12 +69,18 @@ public:
     std::vector<std::string> urls(bool pageCalls) const;
 
 private:
-    NPError requestUrl(NPP instance, const char* url, const char* target, void* notifyData, bool notify) override;
+    NPError requestUrl(NPP instance, const char* url, const char* target, void* notifyData,
+                       bool notify) override;
     const char* userAgentOf(NPP instance) override;
     void noteCall(const char* function, NPP instance, const std::string& detail, void* notifyData) override {
         m_calls.push_back({function, detail, notifyData, instance});
     }
-    struct Request { NPP instance; std::string url; void* notifyData; bool notify; };
+    struct Request {
+        NPP instance;
+        std::string url;
+        void* notifyData;
+        bool notify;
+    };
     using Reply = std::pair<std::string, std::shared_ptr<const std::string>>;  // MIME type and body
     std::optional<Reply> fetch(const std::string& url);
 

@@ -15,7 +15,8 @@ FakeService::FakeService(int port) : m_reply([](const std::string&) { return std
     address.sin_family = AF_INET;
     address.sin_port = htons(static_cast<uint16_t>(port));
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (bind(m_listener, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 || listen(m_listener, 16) != 0) {
+    if (bind(m_listener, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+        listen(m_listener, 16) != 0) {
         close(m_listener);
         m_listener = -1;
         return;
@@ -77,7 +78,8 @@ void FakeService::serve() {
                                             std::to_string(body.size()) + "\r\n\r\n" + body;
         }
         for (ssize_t sent = 0, n; sent < static_cast<ssize_t>(response.size()); sent += n)
-            if ((n = write(fd, response.data() + sent, response.size() - static_cast<size_t>(sent))) <= 0) break;
+            if ((n = write(fd, response.data() + sent, response.size() - static_cast<size_t>(sent))) <= 0)
+                break;
         close(fd);
     }
 }

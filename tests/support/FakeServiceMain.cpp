@@ -58,7 +58,8 @@ int main(int, char** argv) {
         service->setReply([run](const std::string& line) {
             writeText(run + "requests.log", line + "\n", "a");
             size_t query = line.find('?');
-            std::string text = query == std::string::npos ? "" : line.substr(query + 1, line.rfind(" HTTP") - query - 1);
+            std::string text =
+                query == std::string::npos ? "" : line.substr(query + 1, line.rfind(" HTTP") - query - 1);
             if (text == "CONNECT") return std::string("connected");
             if (text.rfind("INFO", 0) == 0) usleep(200000);  // an idle service: let a page that polls breathe
             size_t say = text.find("say=");
@@ -69,7 +70,7 @@ int main(int, char** argv) {
         if (write(ready[1], "r", 1) != 1) return 1;
         close(ready[1]);
         while (!g_stop) usleep(20000);  // the signal may land on the server thread: poll the flag
-    }  // the port is released before the pid file goes
+    }                                   // the port is released before the pid file goes
     unlink((run + "tunvo.pid").c_str());
     return 0;
 }
