@@ -13,6 +13,7 @@ The extension's pages get a fixed address (the extensions.webextensions.uuids pr
 the popup as a tab; Marionette opens such a page only from the browser's own chrome, which needs
 -remote-allow-system-access."""
 import base64
+import contextlib
 import json
 import os
 import shutil
@@ -139,20 +140,12 @@ class FirefoxEngine(BridgeEngine):
         return 'moz-extension://%s/popup.html?origin=%s' % (EXTENSION_UUID, urllib.parse.quote(origin, safe=''))
 
     def quit(self):
+        """Asks Firefox to quit; BridgeEngine.close ends what lingers of its session."""
         if self.marionette:
-            try:
+            with contextlib.suppress(MarionetteError):
                 self.marionette.command('Marionette:Quit', {'flags': ['eForceQuit']})
-            except MarionetteError:
-                pass
             self.marionette.close()
             self.marionette = None
-        if self.process and self.process.poll() is None:
-            try:
-                self.process.wait(timeout=20)
-            except subprocess.TimeoutExpired:
-                os.killpg(self.process.pid, 15)
-                self.process.wait()
-        self.process = None
 
 
 def write_json(path, value):
