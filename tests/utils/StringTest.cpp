@@ -1,190 +1,114 @@
-// CString: the sharing and locking contract, and the edge rules the random model test does not reach.
+// CString: edits of shared and locked buffers against std::string twins; what the twins
+// cannot see (sharing, locks, wiping); Format against snprintf, and what it cuts.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <climits>
+#include <cstdio>
 #include <cstring>
 #include <string>
 
+#include "NullText.h"
 #include "String"
 
 namespace {
 
-std::string bytes(const CString& s) { return std::string(static_cast<const char*>(s), s.GetLength()); }
-bool shares(const CString& a, const CString& b) { return static_cast<const char*>(a) == static_cast<const char*>(b); }
+int s_any;  // an address to print
+const char* at(const CString& s) { return s; }
+std::string bytes(const CString& s) { return std::string(at(s), s.GetLength()); }
+std::string replaced(std::string s, const std::string& from, const std::string& to) {
+    for (size_t i = s.find(from); i != std::string::npos; i = s.find(from, i + to.size()))
+        s.replace(i, from.size(), to);
+    return s;
+}
 
-TEST(CStringSharing, EveryWritingMemberForksASharedBuffer) {
-    const CString original("  Mixed Text  ");
-    using Edit = void (*)(CString&);
-    const Edit edits[] = {
-        [](CString& s) { s.TrimLeft(); },        [](CString& s) { s.TrimRight(); },
-        [](CString& s) { s.MakeUpper(); },       [](CString& s) { s.MakeLower(); },
-        [](CString& s) { s.Replace('x', 'y'); }, [](CString& s) { s.Replace("Text", "Words"); },
-        [](CString& s) { s += "!"; },            [](CString& s) { s.GetBuffer(100)[0] = '#'; },
-        [](CString& s) { s.ReleaseBuffer(3); },  [](CString& s) { s.Format("%d", 7); },
-        [](CString& s) { s.SetAt(2, 'Q'); },     [](CString& s) { s.Empty(); },
-    };
-    for (Edit edit : edits) {
-        CString copy(original), other(original);
-        EXPECT_TRUE(shares(copy, original));
-        edit(copy);
-        EXPECT_EQ("  Mixed Text  ", bytes(original));
-        EXPECT_TRUE(shares(other, original)) << "the other sharers stay together";
+// Each edit, on a string that shares its buffer and on a locked one, against the same edit on a std::string;
+// the sharer keeps its text, and its buffer too when nothing changes.
+#define EDIT(onCString, onTwin) {#onCString, [](CString& s, std::string& m) { onCString; onTwin; }}
+TEST(CString, EditsMatchTheirStdStringTwins) {
+    const std::pair<const char*, void (*)(CString&, std::string&)> edits[] = {
+        EDIT(s = "ab", m = "ab"), EDIT(s = CString("x"), m = "x"), EDIT(s += s, m += m),
+        EDIT((s += 'c', s += '\0'), m += 'c'), EDIT(s = '<' + s + '>' + "!", m = '<' + m + '>' + "!"),
+        EDIT(s.SetAt(2, 'Z'), m[2] = 'Z'), EDIT(s.SetAt(9, 'Z'), (void)m),
+        EDIT(s.Replace('a', 'q'), std::replace(m.begin(), m.end(), 'a', 'q')),
+        EDIT(s.Replace(".b", s), m = replaced(m, ".b", m)), EDIT(s.Replace("A", nullptr), m.erase(5, 1)),
+        EDIT(s.TrimLeft(), m.erase(0, 1)), EDIT(s.TrimRight(), m.erase(6)), EDIT(s = s.Mid(9), m = ""),
+        EDIT(s = s.Mid(2, 3), m = m.substr(2, 3)), EDIT(s = s.Right(3) + s.Left(2), m = m.substr(5) + " a"),
+        EDIT(s.MakeUpper(), m = " A.B A \t"), EDIT(s.Format("%s|%d", at(s), 5), m += "|5"),
+        EDIT((strcpy(s.GetBuffer(20) + 8, "gh"), s.ReleaseBuffer(10)), m += "gh"),
+        EDIT(s.GetBufferSetLength(3), m.resize(3)), EDIT(s.FreeExtra(), (void)m), EDIT(s.Empty(), m = ""),
+        EDIT(s.SecureEmpty(), m = ""), EDIT(AppendGrowing(s, "=", 1), m += "="),
+        EDIT(AppendGrowing(s, "", 0), (void)m)};
+    for (const auto& edit : edits) {
+        for (bool lock : {false, true}) {
+            CString s(" a.b A \t"), sharer(s);
+            std::string m(" a.b A \t");
+            if (lock) s.LockBuffer();
+            edit.second(s, m);
+            EXPECT_TRUE(m == bytes(s) && m.size() == strlen(s)) << edit.first << (lock ? " locked" : "");
+            EXPECT_EQ(" a.b A \t", bytes(sharer)) << edit.first;
+            EXPECT_TRUE(lock || m != bytes(sharer) || at(sharer) == at(s)) << edit.first << " forks";
+        }
     }
 }
 
-TEST(CStringSharing, NoOpEditsDoNotForkButMakeReverseDoes) {
+// What the twins cannot see: copies of a locked buffer, what a lock keeps in place, what is wiped.
+TEST(CStringSharing, LockedBuffersAreCopiedStayPutAndAreWiped) {
     CString a("abc");
-    CString b(a);
-    EXPECT_EQ(0, b.Replace('a', 'a'));
-    EXPECT_EQ(0, b.Replace("zz", "y"));
-    EXPECT_EQ(0, b.Replace("", "y"));
-    EXPECT_TRUE(shares(a, b));
-    b.MakeReverse();
-    EXPECT_FALSE(shares(a, b));
-    EXPECT_EQ("abc", bytes(b)) << "MakeReverse keeps the characters in their order";
-}
-
-TEST(CStringLocking, LockedBuffersAreCopiedAndWrittenInPlace) {
-    CString a("1234567890");
     char* locked = a.LockBuffer();
-    CString b(a), c;
-    c = a;
-    EXPECT_FALSE(shares(a, b));
-    EXPECT_FALSE(shares(a, c));
-
-    a = CString("abc");
-    a += "x";
-    EXPECT_EQ(locked, static_cast<const char*>(a)) << "assignments and appends that fit stay in place";
-    a.Empty();
-    EXPECT_EQ(locked, static_cast<const char*>(a)) << "Empty keeps a locked string locked";
-    EXPECT_EQ(0, a.GetLength());
-
-    a.UnlockBuffer();
-    a = "shareable";
-    CString d(a);
-    EXPECT_TRUE(shares(a, d));
-    d.UnlockBuffer();  // not locked: must not disturb the sharing count
-    d.SetAt(0, 'S');
-    EXPECT_EQ("shareable", bytes(a));
+    a = "xy";
+    EXPECT_NE(at(a), at(CString(a))) << "a locked buffer is copied";
+    a.SecureEmpty();
+    EXPECT_EQ(locked, at(a)) << "assigning and SecureEmpty keep a locked buffer";
+    EXPECT_EQ(std::string(3, '\0'), std::string(locked, 3)) << "and SecureEmpty overwrites its characters";
 }
 
-TEST(CStringLocking, EmptyStringsShareTheStaticBuffer) {
-    CString a, b(""), c(static_cast<const char*>(nullptr)), d("x", 0), e('x', -3);
-    for (const CString* s : std::initializer_list<const CString*>{&b, &c, &d, &e, &AfxGetEmptyString()})
-        EXPECT_TRUE(shares(a, *s));
-    a.LockBuffer();
-    a.UnlockBuffer();
-    EXPECT_TRUE(shares(a, b)) << "locking the empty string changes nothing";
+#define ROW(expression, expected) {#expression, static_cast<long>(expression), expected}
+struct Row { const char* what; long got, want; };
+
+// Comparisons fold ASCII letters only and see embedded zeros; positions out of range find nothing.
+TEST(CString, ComparesAndSearchesWithinBounds) {
+    const CString s("abcabc"), z("ab\0cd", 5);
+    CString dots("a.b\0a.b", 7);
+    const Row rows[] = {
+        ROW(CString("XYZ").CompareNoCase("xyz"), 0), ROW(CString("abd").CompareNoCase("ABC"), 1),
+        ROW(CString("\xC4").CompareNoCase("\xE4") != 0, 1), ROW(CString("\x80").CompareNoCase("a") > 0, 1),
+        ROW(z == CString("ab\0cd", 5), 1), ROW(z != CString("ab\0ce", 5), 1), ROW(s.Find('b', 2), 4),
+        ROW(s.Find("abc", 1), 3), ROW(s.Find("x", 99), -1), ROW(s.Find('a', -1), -1), ROW(s[6], 0),
+        ROW(s.ReverseFind('c'), 5), ROW(s.FindOneOf("xc"), 2), ROW(s.FindOneOf("c", 6), -1), ROW(s[-9], 0),
+        ROW(CString("0123456789").Mid(7, INT_MAX) == "789", 1), ROW(dots.Replace(".", "::"), 2)};
+    for (const Row& r : rows) EXPECT_EQ(r.want, r.got) << r.what;
+    EXPECT_EQ(std::string("a::b\0a::b", 9), bytes(dots)) << "Replace goes on past a zero";
+    EXPECT_THROW(dots.GetBuffer(INT_MAX), std::bad_alloc);
 }
 
-TEST(CStringText, EmbeddedZerosAndSelfReferences) {
-    CString z("ab\0cd", 5);
-    EXPECT_EQ(std::string("ab\0cd", 5), bytes(z));
-    EXPECT_TRUE(z == CString("ab\0cd", 5));
-    EXPECT_TRUE(z != CString("ab\0ce", 5));
-
-    CString s("ab");
-    s += '\0';
-    s += static_cast<const char*>(nullptr);
-    EXPECT_EQ("ab", bytes(s)) << "the zero character and null texts append nothing";
-    s += s;
-    EXPECT_EQ("abab", bytes(s));
-    EXPECT_EQ("!abab", bytes('!' + s + static_cast<const char*>(nullptr)));
-
-    CString tail("hello world"), sharer(tail);
-    tail = static_cast<const char*>(tail) + 6;
-    EXPECT_EQ("world", bytes(tail));
-    EXPECT_EQ("hello world", bytes(sharer));
-    CString own("hello world");
-    own = static_cast<const char*>(own) + 6;
-    EXPECT_EQ("world", bytes(own));
+template <class... A>
+std::string printed(const char* format, A... args) {
+    char out[4096];
+    snprintf(out, sizeof out, format, args...);
+    return out;
 }
-
-TEST(CStringCompare, CaseFoldingIsAsciiOnly) {
-    EXPECT_EQ(0, CString("abc").CompareNoCase("ABC"));
-    EXPECT_EQ('d' - 'c', CString("abd").CompareNoCase("ABC"));
-    EXPECT_NE(0, CString("\xC4").CompareNoCase("\xE4")) << "bytes above 127 are not folded";
-    EXPECT_GT(CString("\x80").CompareNoCase("a"), 0) << "bytes compare unsigned";
-    EXPECT_LT(CString("abc").Compare("abd"), 0);
+template <class... A>
+std::string formatted(const char* format, A... args) {
+    CString s;
+    s.Format(format, args...);
+    return bytes(s);
 }
+#define LIKE_SNPRINTF(...) EXPECT_EQ(printed(__VA_ARGS__), formatted(__VA_ARGS__)) << #__VA_ARGS__
 
-TEST(CStringExtract, ClampsCountsAndPositions) {
-    CString s("abc");
-    EXPECT_EQ("", bytes(s.Mid(5)));
-    EXPECT_EQ("ab", bytes(CString("abcdef").Mid(-2, 2)));
-    EXPECT_EQ("", bytes(s.Mid(1, -1)));
-    EXPECT_EQ("", bytes(s.Left(-1)));
-    EXPECT_EQ("abc", bytes(s.Right(10)));
-    EXPECT_EQ("789", bytes(CString("0123456789").Mid(7, 2147483647))) << "first + count must not overflow";
-    EXPECT_EQ("abba", bytes(CString("abba:x").SpanIncluding("ab")));
-    EXPECT_EQ("abba", bytes(CString("abba:x").SpanExcluding(":")));
-}
-
-TEST(CStringSearch, OutOfRangePositionsFindNothingAndWriteNothing) {
-    CString s("abcabc");
-    EXPECT_EQ(4, s.Find('b', 2));
-    EXPECT_EQ(3, s.Find("abc", 1));
-    EXPECT_EQ(5, s.ReverseFind('c'));
-    EXPECT_EQ(-1, s.Find("x", 99));
-    EXPECT_EQ(-1, s.Find('a', -1));
-    EXPECT_EQ(-1, CString("abc").FindOneOf("x", 3));
-    EXPECT_EQ(2, CString("abc").FindOneOf("xc"));
-    EXPECT_EQ('\0', s[6]);
-    EXPECT_EQ('\0', s[-1]);
-    s.SetAt(100, 'z');
-    s.SetAt(-1, 'z');
-    EXPECT_EQ("abcabc", bytes(s));
-}
-
-TEST(CStringReplace, CountsNonOverlappingMatchesAcrossEmbeddedZeros) {
-    CString s("aaaa");
-    EXPECT_EQ(2, s.Replace("aa", "b"));
-    EXPECT_EQ("bb", bytes(s));
-    CString gone("xyxyx");
-    EXPECT_EQ(2, gone.Replace("xy", static_cast<const char*>(nullptr)));
-    EXPECT_EQ("x", bytes(gone));
-    CString zeros("a.b\0a.b", 7);
-    EXPECT_EQ(2, zeros.Replace(".", "::"));
-    EXPECT_EQ(std::string("a::b\0a::b", 9), bytes(zeros));
-    CString self("ab");
-    EXPECT_EQ(1, self.Replace("b", self));
-    EXPECT_EQ("aab", bytes(self));
-}
-
-TEST(CStringBuffer, ReleaseBufferClampsAndFreeExtraFitsExactly) {
-    CString s("ab");
-    char* p = s.GetBuffer(10);
-    EXPECT_STREQ("ab", p) << "GetBuffer keeps the text";
-    strcpy(p, "abcdefgh");
-    s.ReleaseBuffer();
-    EXPECT_EQ("abcdefgh", bytes(s));
-    s.ReleaseBuffer(3);
-    s.ReleaseBuffer(1000);
-    EXPECT_EQ("abc", bytes(s)) << "a length beyond the capacity is clamped to the text";
-
-    const char* roomy = s;
-    s.FreeExtra();
-    EXPECT_NE(roomy, static_cast<const char*>(s));
-    const char* exact = s;
-    s.FreeExtra();
-    EXPECT_EQ(exact, static_cast<const char*>(s)) << "an exact-size buffer stays";
-    EXPECT_EQ("abc", bytes(s));
-
-    memcpy(s.GetBufferSetLength(4), "wxyz", 4);
-    EXPECT_EQ("wxyz", bytes(s));
-    EXPECT_THROW(s.GetBuffer(2147483647), std::bad_alloc);
-    EXPECT_EQ("wxyz", bytes(s)) << "a failed allocation leaves the string as it was";
-}
-
-TEST(CStringSecret, SecureEmptyClearsOnlyWhatNoOneElseHolds) {
-    CString secret("hunter2");
-    CString shared(secret);
-    secret.SecureEmpty();
-    EXPECT_EQ("hunter2", bytes(shared)) << "a sharer keeps its text";
-    shared.LockBuffer();
-    const char* locked = shared;
-    shared.SecureEmpty();
-    EXPECT_EQ(0, shared.GetLength());
-    EXPECT_EQ(std::string(7, '\0'), std::string(locked, 7)) << "the characters are overwritten in place";
+// Every conversion the estimate sizes prints as snprintf does; arguments after a length modifier are
+// read in step. What it cannot size is cut to its estimate; a huge width fails; %c stops the process.
+TEST(CStringFormatDeathTest, SizedConversionsEqualSnprintfOthersAreCut) {
+    LIKE_SNPRINTF("[%d|%i|%u|%x|%X|%o|%p|%#-40o|%%]", -42, 7, 3u, 255, 255, 8, static_cast<void*>(&s_any), 6);
+    LIKE_SNPRINTF("[%-8d|%+.5i|% d|%#x|%08X]", 1, 2, 3, 4, 5);
+    LIKE_SNPRINTF("[%9s|%10s|%-90s|%s]", "a", "", "c", nullText());  // strings are sized exactly
+    LIKE_SNPRINTF("[%*d|%-*s|%*s|%.*s|%*.*f]", 40, 7, -50, "left", 2, "abcdef", 3, "abcdef", 150, 10, 2.5);
+    LIKE_SNPRINTF("[%e|%g|%G|%.30f|%ld|%lu|%hd|%s]", -1.5e-5, 1e-7, 1e6, 1.0 / 3, -5L, 6UL, 7, "after l, h");
+    LIKE_SNPRINTF("%d%d%d%d%Lf|%s|%qx|%qi|%s", 1, 2, 3, 4, 1.5L, "after L", 0xfedcba9876ULL, -9LL, "after q");
+    EXPECT_EQ(printed("%f", 1e200).substr(0, 128), formatted("%f", 1e200));
+    EXPECT_THROW(formatted("%2147483647d", 1), std::bad_alloc);
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_DEATH(formatted("value %5C", 'x'), "%c conversion is not supported");
 }
 
 }  // namespace
