@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """A scripted browser on QtWebKit: opens a page with NPAPI plug-ins enabled, waits until a JavaScript
 expression holds on the page (or the time-out passes), then prints what the page recorded (its `transcript`)
-as JSON lines, one string each, then {"status": TEXT} with the text of the page's element `status`, can save
+and the text of its element `status` as one line of JSON, {"page": [...], "status": TEXT}, can save
 a screenshot, and leaves the page before it quits.
 
 usage: browser_host.py URL UNTIL SECONDS [SCREENSHOT.png]
@@ -32,12 +32,10 @@ def main():
 
     def finish():
         frame = view.page().mainFrame()
-        transcript = frame.evaluateJavaScript("typeof transcript == 'undefined' ? [] : transcript") or []
-        for line in transcript:
-            print(json.dumps(line), flush=True)
-        status = frame.evaluateJavaScript(
-            "document.getElementById('status') ? document.getElementById('status').textContent : ''") or ''
-        print(json.dumps({"status": status}), flush=True)
+        print(json.dumps({'page': frame.evaluateJavaScript("typeof transcript == 'undefined' ? [] : transcript") or [],
+                          'status': frame.evaluateJavaScript("document.getElementById('status') ? "
+                                                             "document.getElementById('status').textContent : ''")}),
+              flush=True)
         if screenshot:
             view.grab().save(screenshot)
         # Leaving the page destroys the plug-in instance; quit once the new page is in.

@@ -15,6 +15,7 @@ A browser driver provides: launch(run) (host manifest, policy, the browser), ope
 go(tab, url), evaluate(tab, expression) (the value, awaited when a promise, or None when it throws),
 screenshot(tab, path), popup_url(origin), browser_pid, log_words (what marks its log's lines of
 interest), quit()."""
+import contextlib
 import json
 import os
 import time
@@ -100,32 +101,35 @@ class BridgeEngine:
     def allow_button(self, origin):
         return 'document.querySelector(%s)' % json.dumps('button[data-origin="%s"]' % origin)
 
-    def waits_for_approval(self, origin, seconds=WAIT):
-        """Whether the extension's popup offers "Allow this portal" for the origin (within `seconds`), and
-        the toolbar badge and title of the tab that shows the origin's page."""
+    @contextlib.contextmanager
+    def popup(self, origin, seconds=WAIT):
+        """The extension's popup for the origin, in a tab of its own while the block runs, and whether it
+        offers "Allow this portal" for the origin (within `seconds`)."""
         popup = self.open_tab(self.popup_url(origin))
         try:
-            asked = poll(lambda: self.holds(popup, self.allow_button(origin)), seconds)
+            yield popup, poll(lambda: self.holds(popup, self.allow_button(origin)), seconds)
+        finally:
+            self.close_tab(popup)
+
+    def waits_for_approval(self, origin, seconds=WAIT):
+        """Whether the popup offers "Allow this portal" for the origin, and the toolbar badge and title of the
+        tab that shows the origin's page."""
+        with self.popup(origin, seconds) as (popup, asked):
             signal = self.evaluate(popup, """chrome.tabs.query({}).then(async (tabs) => {
                 const tab = tabs.find((t) => (t.url || '').startsWith(%s + '/'));
                 return tab ? [await chrome.action.getBadgeText({tabId: tab.id}),
                               await chrome.action.getTitle({tabId: tab.id})] : [null, null];
             })""" % json.dumps(origin)) or [None, None]
-            return asked, signal[0], signal[1]
-        finally:
-            self.close_tab(popup)
+        return asked, signal[0], signal[1]
 
     def approve(self, origin):
         """Clicks "Allow this portal" for the origin in the extension's popup."""
-        popup = self.open_tab(self.popup_url(origin))
-        try:
-            if not poll(lambda: self.holds(popup, self.allow_button(origin))):
+        with self.popup(origin) as (popup, asked):
+            if not asked:
                 raise RuntimeError('the popup never offered "Allow this portal" for %s' % origin)
             self.evaluate(popup, self.allow_button(origin) + '.click()')
             if not poll(lambda: self.holds(popup, "document.body.textContent.indexOf('Allowed') >= 0")):
                 raise RuntimeError('the popup did not confirm the approval of %s' % origin)
-        finally:
-            self.close_tab(popup)
         self.approved.add(origin)
 
     # ---- the shared visits ------------------------------------------------------------------------

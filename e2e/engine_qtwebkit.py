@@ -30,17 +30,11 @@ class QtWebKitEngine:
         """Opens url, waits until the JavaScript expression `until` holds, reads the page, leaves it."""
         args = [QT_PYTHON, self.driver, url, until, str(WAIT)] + ([screenshot] if screenshot else [])
         out = subprocess.run(args, env=self.env, capture_output=True, text=True, timeout=WAIT + 60).stdout
-        page, status = [], None
         for line in out.splitlines():
-            try:
-                item = json.loads(line)
-            except ValueError:
-                continue  # not the driver's output
-            if isinstance(item, dict):
-                status = item.get('status')
-            else:
-                page.append(str(item))
-        return page, status
+            if line.startswith('{"page": '):  # the driver's; anything else is the browser's
+                result = json.loads(line)
+                return [str(item) for item in result['page']], result['status']
+        return [], None
 
     def log_tail(self):
         return ''
