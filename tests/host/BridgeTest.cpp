@@ -1,9 +1,10 @@
-// passway-host's bridge as the extension sees it: messages in, messages out, the test plug-in in between.
+// passway-host as the extension sees it: messages in, messages out, the test plug-in in between; its bridge
+// in this process, then the program itself.
 #include <gtest/gtest.h>
 
-#include <poll.h>
+#include <fcntl.h>
 #include <sys/prctl.h>
-#include <unistd.h>
+#include <sys/wait.h>
 
 #include "Bridge.h"
 #include "FakeService.h"
@@ -15,169 +16,98 @@ using nlohmann::json;
 
 namespace {
 
-const std::string kPackageUrl = "http://portal.test/client/package";
-
-// An element's attributes as the extension sends them: [[name, value], ...] in document order.
-json attributes(const std::vector<std::pair<std::string, std::string>>& pairs) {
-    json list = json::array();
-    for (const auto& [name, value] : pairs) list.push_back(json::array({name, value}));
-    return list;
-}
+const json kHello = {{"op", "hello"}, {"version", 1}, {"userAgent", "Agent/1.0"}};
+const NpapiHost::Parameters kProbe = {{"type", "application/x-orvane-sslvpn"}, {"width", "1"}, {"_probevpn", "1"}};
 
 class BridgeTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        setHostLogSink([this](const std::string& line) { hostLines += line; });
+        setHostLogSink([this](const std::string& line) { hostLog += line, refusals += line.find("refused (") == 14; });
     }
     void TearDown() override { setHostLogSink(nullptr); }
-
-    // Sends one message (or raw frame text) and carries what the plug-in asks for.
-    void send(const json& message) { sendText(message.dump()); }
-    void sendText(const std::string& text) {
-        bridge.onFrame(text);
+    // Sends a message (or, given as a string, a frame's text) and carries what the plug-in asks for, answering
+    // its page calls with nothing when `answering`. A stale EINTR in errno must change nothing.
+    void send(const json& message) {
+        bridge.onFrame(message.is_string() ? message.get<std::string>() : message.dump());
+        errno = EINTR;
         bridge.run();
+        while (answering && answered < sent.size())
+            if (sent[answered++]["op"] == "call") send({{"op", "result"}, {"call", sent[answered - 1]["call"]}});
     }
-    void hello() {
-        send({{"op", "hello"}, {"version", 1}, {"userAgent", "Agent/1.0"}, {"origin", "http://portal.test"}});
-    }
-    // Serves the service sockets until `done` holds or nothing is left to wait for.
-    template <typename Done>
-    void serve(Done done) {
-        for (int round = 0; round < 500 && !done(); ++round) {
-            std::vector<int> fds = bridge.watched();
-            if (fds.empty()) return;
-            std::vector<pollfd> polled;
-            for (int fd : fds) polled.push_back({fd, POLLIN, 0});
-            poll(polled.data(), polled.size(), 20);
-            for (const pollfd& p : polled)
-                if (p.revents != 0) bridge.onReadable(p.fd);
-            bridge.run();
-        }
-    }
-    // The messages with this op, in order.
-    std::vector<json> sentOp(const std::string& op) const {
-        std::vector<json> found;
-        for (const json& m : sent)
-            if (m["op"] == op) found.push_back(m);
-        return found;
-    }
-    std::vector<std::string> calledFunctions() const {
-        std::vector<std::string> names;
-        for (const json& m : sentOp("call")) names.push_back(m["function"]);
+    void create(const NpapiHost::Parameters& attributes) { send({{"op", "create"}, {"element", 4}, {"attributes", attributes}}); }
+    std::string calls() const {
+        std::string names;
+        for (const json& m : sent) names += m["op"] == "call" ? m["function"].get<std::string>() + m["args"].dump() + " " : "";
         return names;
     }
-    // Answers every open page call: c_addcomm with `answer`, the others with nothing.
-    void answerCalls(const std::string& answer = "") {
-        for (size_t i = answered; i < sent.size(); ++i, answered = i)
-            if (sent[i]["op"] == "call")
-                send({{"op", "result"}, {"call", sent[i]["call"]},
-                      {"value", sent[i]["function"] == "c_addcomm" ? json(answer) : json()}});
-    }
-    std::string pluginLog() const { return readFile(home.inFolder("tunvo_plugin.log")); }
 
     TempHome home;
+    std::string hostLog;
+    size_t refusals = 0, answered = 0;
+    bool answering = false;
     std::vector<json> sent;
-    std::string hostLines;
-    size_t answered = 0;
+    FrameReader replies;
     FrameWriter out{[this](const char* data, size_t size) {
-        frameBytes.append(data, size);
-        uint32_t length;
-        while (frameBytes.size() >= sizeof length) {
-            memcpy(&length, frameBytes.data(), sizeof length);
-            if (frameBytes.size() < sizeof length + length) break;
-            sent.push_back(json::parse(frameBytes.substr(sizeof length, length)));
-            frameBytes.erase(0, sizeof length + length);
-        }
+        replies.feed(data, size);
+        std::string frame;
+        for (uint32_t length; replies.next(frame, length) == FrameReader::Result::Frame;) sent.push_back(json::parse(frame));
         return true;
     }};
-    std::string frameBytes;
     Bridge bridge{PASSWAY_TEST_PLUGIN, out};
 };
 
-struct BadInput {
-    const char* shows;
-    std::string frame;
-    int code;
-};
-
 TEST_F(BridgeTest, BadInputGetsItsNumberedErrorAndALogLine) {
-    const BadInput before[] = {
-        {"not JSON", "{\"op\":", Bridge::kBadFrame},
-        {"not an object", "[1,2]", Bridge::kBadFrame},
-        {"no op", "{\"element\":1}", Bridge::kBadMessage},
-        {"an unknown op", "{\"op\":\"fly\"}", Bridge::kUnknownOp},
-        {"a message before hello", "{\"op\":\"create\",\"element\":1,\"attributes\":[]}", Bridge::kNotReady},
-        {"another version", "{\"op\":\"hello\",\"version\":2,\"userAgent\":\"x\"}", Bridge::kUnsupportedVersion},
-        {"hello without its agent", "{\"op\":\"hello\",\"version\":1}", Bridge::kBadMessage},
+    const struct {
+        const char *shows, *frame;
+        int code;             // 0: taken
+        const char* refused;  // the "refused" field's JSON, when checked
+    } rows[] = {
+        {"not JSON", "{\"op\":", 1, ""},
+        {"not an object", "[1,2]", 1, ""},
+        {"no op", R"({"element":1})", 4, "null"},
+        {"an op that is no text", R"({"op":5})", 4, "5"},
+        {"an unknown op", R"({"op":"part","id":1,"data":""})", 3, "\"part\""},
+        {"a message before hello", R"({"op":"create","element":1,"attributes":[]})", 8, "\"create\""},
+        {"another version", R"({"op":"hello","version":2,"userAgent":"x"})", 2, ""},
+        {"hello without its agent", R"({"op":"hello","version":1})", 4, "\"hello\""},
+        {"hello, an origin that is no text ignored", R"({"op":"hello","version":1,"userAgent":"x","origin":5})", 0, ""},
+        {"a second hello", R"({"op":"hello","version":1,"userAgent":"x"})", 4, "\"hello\""},
+        {"an element", R"({"op":"create","element":1,"attributes":[]})", 0, ""},
+        {"attributes that are not pairs", R"({"op":"create","element":2,"attributes":[["a"]]})", 4, "\"create\""},
+        {"an element id that is text", R"({"op":"destroy","element":"1"})", 4, "\"destroy\""},
+        {"an element made twice", R"({"op":"create","element":1,"attributes":[]})", 6, ""},
+        {"an unknown element", R"({"op":"destroy","element":9})", 6, ""},
+        {"a result for no call", R"({"op":"result","call":77,"value":"x"})", 7, ""},
+        {"data for no request", R"({"op":"data","request":77,"data":""})", 7, ""},
+        {"a request id that is text", R"({"op":"data","request":"77","data":""})", 4, "\"data\""},
     };
-    const BadInput after[] = {
-        {"a second hello", "{\"op\":\"hello\",\"version\":1,\"userAgent\":\"x\"}", Bridge::kBadMessage},
-        {"attributes that are not pairs", "{\"op\":\"create\",\"element\":2,\"attributes\":[[\"a\"]]}",
-         Bridge::kBadMessage},
-        {"an element id that is text", "{\"op\":\"destroy\",\"element\":\"1\"}", Bridge::kBadMessage},
-        {"an element made twice", "{\"op\":\"create\",\"element\":1,\"attributes\":[]}", Bridge::kUnknownElement},
-        {"an unknown element", "{\"op\":\"destroy\",\"element\":9}", Bridge::kUnknownElement},
-        {"a result for no call", "{\"op\":\"result\",\"call\":77,\"value\":\"x\"}", Bridge::kUnknownRequest},
-        {"data for no request", "{\"op\":\"data\",\"request\":77,\"data\":\"\"}", Bridge::kUnknownRequest},
-        {"a part from the extension", "{\"op\":\"part\",\"id\":1,\"data\":\"\"}", Bridge::kUnknownOp},
-    };
-    for (const BadInput& row : before) {
-        sendText(row.frame);
-        ASSERT_FALSE(sent.empty()) << row.shows;
-        EXPECT_EQ("error", sent.back()["op"]) << row.shows;
-        EXPECT_EQ(row.code, sent.back()["code"]) << row.shows;
+    size_t refused = 0;
+    for (const auto& row : rows) {
+        size_t before = sent.size();
+        send(row.frame);
+        ASSERT_EQ(before + 1, sent.size()) << row.shows;
+        EXPECT_EQ(row.code, sent.back().value("code", 0)) << row.shows;
+        EXPECT_TRUE(!*row.refused || sent.back()["refused"].dump() == row.refused) << row.shows << ": " << sent.back();
+        refused += row.code != 0;
     }
-    EXPECT_EQ("hello", sent.back()["refused"]) << "the refused message's op comes back";
-    sendText("{\"op\":\"hello\",\"version\":1,\"userAgent\":\"x\",\"origin\":5}");  // an origin that is no text
-    ASSERT_EQ("ready", sent.back()["op"]);
-    EXPECT_EQ("Orvane Passway plugin", sent.back()["name"]);
-    send({{"op", "create"}, {"element", 1}, {"attributes", json::array()}});
-    EXPECT_EQ(json({{"op", "created"}, {"element", 1}, {"result", 0}, {"version", 1}}), sent.back());
-    for (const BadInput& row : after) {
-        sendText(row.frame);
-        EXPECT_EQ("error", sent.back()["op"]) << row.shows;
-        EXPECT_EQ(row.code, sent.back()["code"]) << row.shows;
-    }
-    size_t lines = 0;
-    for (size_t at = hostLines.find("refused ("); at != std::string::npos; at = hostLines.find("refused (", at + 1))
-        ++lines;
-    EXPECT_EQ(std::size(before) + std::size(after), lines) << "every refusal is logged";
+    EXPECT_EQ(refused, refusals) << "every refusal is logged";
 }
 
 TEST_F(BridgeTest, APluginThatCannotLoadIsReportedToEveryCreate) {
     Bridge broken("/nonexistent/libtunvo_plugin.so", out);
-    broken.onFrame(json({{"op", "hello"}, {"version", 1}, {"userAgent", "x"}}).dump());
-    EXPECT_EQ(Bridge::kNoPlugin, sent.back()["code"]);
-    broken.onFrame(json({{"op", "create"}, {"element", 1}, {"attributes", json::array()}}).dump());
-    EXPECT_EQ(Bridge::kNoPlugin, sent.back()["code"]);
-    EXPECT_EQ("/nonexistent/libtunvo_plugin.so", sent.back()["path"]);
+    for (const char* op : {"hello", "create"}) {
+        broken.onFrame(json({{"op", op}, {"version", 1}, {"userAgent", ""}, {"element", 1}, {"attributes", json::array()}}).dump());
+        EXPECT_EQ(json({{"op", "error"}, {"code", 5}, {"message", "no plug-in"}, {"path", "/nonexistent/libtunvo_plugin.so"},
+                        {"version", 1}}), sent.back());
+    }
 }
 
-TEST_F(BridgeTest, AServiceReplyReachesThePageAsTextOfItsCall) {
-    FakeService service;
-    ASSERT_TRUE(service.listening());
-    service.setReply([](const std::string&) { return std::string("it's <b>%27"); });
-    hello();
-    send({{"op", "create"},
-          {"element", 4},
-          {"attributes",
-           attributes({{"type", "application/x-orvane-sslvpn"}, {"width", "1"}, {"height", "1"}, {"_probevpn", "1"}})}});
-    serve([&] { return !sentOp("call").empty(); });
-    ASSERT_EQ(1u, sentOp("call").size());
-    json call = sentOp("call")[0];
-    EXPECT_EQ(4, call["element"]);
-    EXPECT_EQ("c_addcomm", call["function"]);
-    EXPECT_EQ(json::array({"it's <b>'"}), call["args"]) << "a quote is text, and %27 reads as a browser reads it";
-    EXPECT_EQ((std::vector<std::string>{"GET /vpn.php?INFO HTTP/1.0"}), service.requests());
-    EXPECT_NE(std::string::npos, pluginLog().find("User Agent:'Agent/1.0'"));
-}
-
-TEST_F(BridgeTest, ARefusedServiceConnectionEndsTheRequestWithoutAStream) {
-    hello();
-    send({{"op", "create"}, {"element", 1}, {"attributes", attributes({{"_probevpn", "1"}})}});
-    EXPECT_NE(std::string::npos, hostLines.find("connect failed"));
-    EXPECT_NE(std::string::npos, pluginLog().find("[PluginInstance_URLNotify] ERROR! Network Error.\n"));
-    EXPECT_EQ(std::string::npos, pluginLog().find("[PluginInstance_NewStream]"));
+TEST_F(BridgeTest, ARefusedServiceConnectionEndsTheRequestWithoutAStreamAndTheSession) {
+    send(kHello);
+    create(kProbe);
+    EXPECT_NE(std::string::npos, hostLog.find("connect failed"));
+    EXPECT_EQ(std::string::npos, readFile(home.inFolder("tunvo_plugin.log")).find("[PluginInstance_NewStream]"));
+    EXPECT_EQ("c_addcomm[\"ssldrop\"] ", calls());
 }
 
 class PackageTest : public BridgeTest {
@@ -187,90 +117,102 @@ protected:
         prctl(PR_SET_CHILD_SUBREAPER, 1);
         setenv("PASSWAY_TEST_ROOT", PASSWAY_TEST_ROOT, 1);
         setenv("FAKE_SERVICE", FAKE_SERVICE, 1);
-        package = readFile(TEST_INSTALLER);
-        hello();
+        answering = true;
+        send(kHello);
     }
-    // An installing element; returns the fetch the host asked the extension for.
-    json install(const std::string& size) {
-        std::string signature = opensslBase64(signDigest("test-signing-key.pem", opensslMd5(package)));
-        send({{"op", "create"},
-              {"element", 1},
-              {"attributes",
-               attributes({{"_installvpn", "1"}, {"hostrooturl", "http://portal.test"}, {"tunvourl", "/client/package"},
-                           {"tunvosize", size}, {"signature", signature}, {"_installmethod", "sudo"},
-                           {"_userpassword", "pw"}})}});
-        answerCalls();
-        return sentOp("fetch").empty() ? json() : sentOp("fetch").back();
+    // An installing element whose fetch is answered with `status`; returns the fetch's request id.
+    json install(const std::string& size, int status = 200) {
+        create({{"_installvpn", "1"}, {"hostrooturl", "http://portal.test"}, {"tunvourl", "/client/package"},
+                {"tunvosize", size}, {"signature", opensslBase64(signDigest("test-signing-key.pem", opensslMd5(package)))},
+                {"_installmethod", "sudo"}, {"_userpassword", "pw"}});
+        EXPECT_EQ("http://portal.test/client/package", sent.back()["url"]);
+        json request = sent.back()["request"];
+        send({{"op", "response"}, {"request", request}, {"status", status}, {"mimeType", "application/x-tar"}});
+        return request;
     }
-    // A piece of the body, in the extension's own layout (read without the JSON library) or in any other.
-    void deliver(const json& fetch, const std::string& bytes, bool extensionLayout = true) {
+    // A piece of the body in the extension's own layout, which is read without the JSON library (a leading
+    // zero, which JSON does not allow, shows it), or in any other.
+    void deliver(const json& request, const std::string& bytes, bool extensionLayout = true) {
         if (extensionLayout)
-            sendText("{\"op\":\"data\",\"request\":" + fetch["request"].dump() + ",\"data\":\"" + opensslBase64(bytes) +
-                     "\"}");
+            send("{\"op\":\"data\",\"request\":0" + request.dump() + ",\"data\":\"" + opensslBase64(bytes) + "\"}");
         else
-            send({{"op", "data"}, {"request", fetch["request"]}, {"data", opensslBase64(bytes)}});
-        answerCalls();
+            send({{"op", "data"}, {"request", request}, {"data", opensslBase64(bytes)}});
     }
-    std::string packageFile() const {
-        std::string log = pluginLog();
-        size_t at = log.rfind("New tmp file name=");
-        return at == std::string::npos ? "" : log.substr(at + 18, log.find('\n', at) - at - 18);
-    }
-    std::string package;
+    std::string package = readFile(TEST_INSTALLER);
 };
 
 TEST_F(PackageTest, TheFetchedPackageIsStreamedVerifiedAndInstalled) {
-    json fetch = install(std::to_string(package.size()));
-    ASSERT_EQ(kPackageUrl, fetch["url"]);
-    send({{"op", "response"}, {"request", fetch["request"]}, {"status", 200}, {"mimeType", "application/x-tar"}});
-    answerCalls();
-    deliver(fetch, package.substr(0, 100), false);
-    deliver(fetch, package.substr(100));
-    send({{"op", "end"}, {"request", fetch["request"]}, {"ok", true}});
-    answerCalls();
-    std::vector<json> calls = sentOp("call");
-    std::vector<std::string> expected = {"onTunvoDownloadStart", "onTunvoDownloadProgress", "onTunvoDownloadProgress",
-                                         "onTunvoDownloadProgress", "onTunvoDownloadDone", "onTunvoInstalling",
-                                         "VPNInstallationOK"};
-    EXPECT_EQ(expected, calledFunctions());
-    ASSERT_EQ(expected.size(), calls.size());
-    EXPECT_EQ(json::array({static_cast<double>(package.size())}), calls[0]["args"]);
-    EXPECT_EQ(json::array({100.0}), calls[2]["args"]);
+    json request = install(std::to_string(package.size()));
+    deliver(request, package.substr(0, 100), false);
+    deliver(request, package.substr(100));
+    send({{"op", "end"}, {"request", request}, {"ok", true}});
+    std::string size = std::to_string(package.size()) + ".0]";
+    EXPECT_EQ("onTunvoDownloadStart[" + size + " onTunvoDownloadProgress[0.0] onTunvoDownloadProgress[100.0] "
+              "onTunvoDownloadProgress[" + size + " onTunvoDownloadDone[] onTunvoInstalling[] VPNInstallationOK[] ",
+              calls());
     EXPECT_EQ("SUDO\npw\n", readFile(std::string(PASSWAY_TEST_ROOT) + "var/run/installer.log"));
 }
 
-TEST_F(PackageTest, AnHttpErrorEndsTheRequestAndCancelsTheFetch) {
-    json fetch = install("1");
-    send({{"op", "response"}, {"request", fetch["request"]}, {"status", 404}, {"mimeType", "text/html"}});
-    EXPECT_EQ("cancel", sent.back()["op"]);
-    EXPECT_NE(std::string::npos, pluginLog().find("ERROR! Network Error. in SERVER_HTTP"));
+TEST_F(PackageTest, AnHttpErrorCancelsTheFetchAndItsLateDataIsIgnored) {
+    json request = install("1", 404);
+    EXPECT_EQ(json({{"op", "cancel"}, {"request", request}, {"version", 1}}), sent.back());
     size_t before = sent.size();
-    send({{"op", "data"}, {"request", fetch["request"]}, {"data", "AAAA"}});
-    EXPECT_EQ(before, sent.size()) << "late data of a cancelled fetch is ignored";
-}
-
-TEST_F(PackageTest, AnUnreadableSizeMakesNoStartCallButTheDownloadGoesOn) {
-    json fetch = install("12ab");
-    EXPECT_EQ(std::vector<std::string>{}, calledFunctions());
-    EXPECT_NE(std::string::npos, hostLines.find("page call not made"));
-    EXPECT_EQ(kPackageUrl, fetch["url"]);
+    deliver(request, "late");
+    deliver(request, "late", false);
+    EXPECT_EQ(before, sent.size());
 }
 
 TEST_F(PackageTest, NoPartialPackageStaysWhenTheBodyBreaksOrTheTabCloses) {
     for (bool tabCloses : {false, true}) {
-        json fetch = install("1");
-        send({{"op", "response"}, {"request", fetch["request"]}, {"status", 200}, {"mimeType", "application/x-tar"}});
-        deliver(fetch, package.substr(0, 100));
-        std::string file = packageFile();
-        ASSERT_FALSE(file.empty());
+        json request = install("12ab");  // a size the page call cannot carry: no start call, the download goes on
+        deliver(request, package.substr(0, 100));
+        std::string log = readFile(home.inFolder("tunvo_plugin.log")), file = log.substr(log.rfind("tmp file name=") + 14);
+        file.resize(file.find('\n'));
         ASSERT_EQ(0, access(file.c_str(), F_OK));
         if (tabCloses)
             bridge.shutdown();
         else
-            send({{"op", "end"}, {"request", fetch["request"]}, {"ok", false}, {"error", "reset"}});
+            send({{"op", "end"}, {"request", request}, {"ok", false}, {"error", "reset"}});
         EXPECT_NE(0, access(file.c_str(), F_OK)) << (tabCloses ? "tab closed" : "network failure");
-        if (!tabCloses) send({{"op", "destroy"}, {"element", 1}});
+        send({{"op", "destroy"}, {"element", 4}});
     }
+    EXPECT_NE(std::string::npos, hostLog.find("page call not made"));
+}
+
+// passway-host as a browser starts it: it finds the plug-in in the user's folder, relays the service's reply
+// (a quote in it is text; %27 reads as a browser reads it), and ends when the tab closes its input.
+TEST(HostProgram, FindsThePlugInRelaysTheServiceAndEndsWithItsInput) {
+    TempHome home;
+    FakeService service;
+    service.setReply([](const std::string&) { return std::string("it's <b>%27"); });
+    std::string plugin = home.path() + "/.mozilla/plugins/libtunvo_plugin.so", input, frame;
+    writeFile(plugin, readFile(PASSWAY_TEST_PLUGIN));
+    unsetenv("PASSWAY_HOST_PLUGIN");
+    int in[2], out[2];
+    ASSERT_EQ(0, pipe2(in, O_CLOEXEC) | pipe2(out, O_CLOEXEC));
+    pid_t host = fork();
+    if (host == 0 && dup2(in[0], 0) == 0 && dup2(out[1], 1) == 1) execl(PASSWAY_HOST, PASSWAY_HOST, nullptr);
+    if (host == 0) _exit(127);
+    close(out[1]);
+    FrameWriter writer([&](const char* data, size_t size) { return write(in[1], data, size) == ssize_t(size); });
+    writer.send(kHello);
+    writer.send({{"op", "create"}, {"element", 1}, {"attributes", kProbe}});
+    FrameReader reader;
+    std::vector<json> messages;
+    char buffer[4096];
+    uint32_t length = 0;
+    for (ssize_t n = 0; messages.size() < 3 && (n = read(out[0], buffer, sizeof buffer)) > 0;)
+        for (reader.feed(buffer, size_t(n)); reader.next(frame, length) == FrameReader::Result::Frame;)
+            messages.push_back(json::parse(frame));
+    ASSERT_EQ(3u, messages.size());
+    EXPECT_EQ(plugin, messages[0]["plugin"]);
+    EXPECT_EQ(json::array({"it's <b>'"}), messages[2]["args"]);
+    EXPECT_EQ((std::vector<std::string>{"GET /vpn.php?INFO HTTP/1.0"}), service.requests());
+    EXPECT_NE(std::string::npos, readFile(home.inFolder("tunvo_plugin.log")).find("User Agent:'Agent/1.0'"));
+    close(in[1]);
+    int status = 0;
+    ASSERT_EQ(host, waitpid(host, &status, 0));
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
 }
 
 }  // namespace
