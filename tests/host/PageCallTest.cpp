@@ -22,7 +22,6 @@ TEST(PageCall, ReadsWhatABrowserWouldPassAndRefusesWhatItCouldNotRun) {
         {"no argument", "javascript:onTunvoDownloadDone()", "onTunvoDownloadDone()"},
         {"a count", "javascript:onTunvoDownloadProgress(64000)", "onTunvoDownloadProgress(n:64000.0)"},
         {"a signed fraction", "javascript:f(-1.5e2)", "f(n:-150.0)"},
-        {"a plus sign", "javascript:f(+.5)", "f(n:0.5)"},
         {"hexadecimal in both cases", "javascript:f(0xfF)", "f(n:255.0)"},
         {"underscores, dollars and digits in the name", "JavaScript:$_a1()", "$_a1()"},
         {"a text", "javascript:c_addcomm('connected')", R"(c_addcomm(t:"connected"))"},
@@ -31,13 +30,9 @@ TEST(PageCall, ReadsWhatABrowserWouldPassAndRefusesWhatItCouldNotRun) {
          "f(t:\"a'b\\\\c\\nd" "A\xc3\xa9\xf0\x9f\x98\x80q\\u0000\\u0000\")"},
         {"percent-decoded first", "javascript:f('a%20b%27c%zz%30%7e%7E%2f')", R"(f(t:"a b'c%zz0~~/"))"},
         {"double quotes, spaces and a trailing semicolon", "javascript: f(\"x\") ;", R"(f(t:"x"))"},
-        {"an empty text", "javascript:f('')", R"(f(t:""))"},
         {"digits then letters", "javascript:onTunvoDownloadStart(12ab)", "refused"},
-        {"an expression", "javascript:f(1+1)", "refused"},
         {"a name that is code", "javascript:window.f()", "refused"},
         {"a name starting with a digit", "javascript:1f()", "refused"},
-        {"no call", "javascript:f", "refused"},
-        {"an unclosed text", "javascript:f('abc)", "refused"},
         {"another scheme", "http://x/f()", "refused"},
     };
     for (const auto& row : rows) EXPECT_EQ(row.call, parsed(row.url)) << row.shows;
