@@ -11,7 +11,7 @@ namespace {
 unsigned char* bytes(const std::string& s) { return reinterpret_cast<unsigned char*>(const_cast<char*>(s.data())); }
 std::string hex(const std::string& raw) { return std::string(BinToHex(bytes(raw), static_cast<int>(raw.size()), 0)); }
 
-// RFC 1321 (MD5) and RFC 2104 (HMAC-MD5, with a key). Data fed in pieces: the package tests' signatures.
+// Known answers: MD5 (RFC 1321; the 80 bytes span two blocks) and HMAC-MD5 (RFC 2104, and a key of 64 bytes).
 TEST(CMD5, KnownAnswersInAnyPiecesAndWithAnyKey) {
     const struct { std::string key, data; const char* digest; } rows[] = {
         {"", "abc", "900150983cd24fb0d6963f7d28e17f72"},
