@@ -12,7 +12,7 @@ unsigned char* bytes(const std::string& s) { return reinterpret_cast<unsigned ch
 std::string hex(const std::string& raw) { return std::string(BinToHex(bytes(raw), static_cast<int>(raw.size()), 0)); }
 
 // Known answers: MD5 (RFC 1321; the 80 bytes span two blocks) and HMAC-MD5 (RFC 2104, and a key of 64 bytes).
-TEST(CMD5, KnownAnswersInAnyPiecesAndWithAnyKey) {
+TEST(CMD5, KnownAnswersWithAndWithoutAKey) {
     const struct { std::string key, data; const char* digest; } rows[] = {
         {"", "abc", "900150983cd24fb0d6963f7d28e17f72"},
         {"", std::string(80, '1'), "7478ba1875f17511c12740431336a09e"},
