@@ -41,8 +41,7 @@
 #include "FakeBrowser.h"
 #include "FakeService.h"
 #include "PluginLog.h"
-#include "RunCommand.h"
-#include "TempHome.h"
+#include "TestSupport.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 
 #include "Encoding"
 #include "Signature"
-#include "TestSigning.h"
+#include "TestSupport.h"
 
 namespace {
 

@@ -7,9 +7,7 @@
 #include "Bridge.h"
 #include "FakeService.h"
 #include "HostLog.h"
-#include "RunCommand.h"
-#include "TempHome.h"
-#include "TestSigning.h"
+#include "TestSupport.h"
 
 using nlohmann::json;
 

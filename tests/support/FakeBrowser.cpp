@@ -7,15 +7,8 @@
 #include <poll.h>
 #include <unistd.h>
 
-namespace {
-bool isPageCall(const std::string& url) {
+static bool isPageCall(const std::string& url) {
     return url.rfind("javascript:", 0) == 0;
-}
-}  // namespace
-
-FakeBrowser::FakeBrowser(const std::string& pluginPath) : m_host(pluginPath, *this) {
-    getMIMEDescription = m_host.getMIMEDescription;
-    getValue = m_host.getValue;
 }
 
 NPError FakeBrowser::destroy(Instance* instance) {
@@ -29,14 +22,9 @@ NPError FakeBrowser::requestUrl(NPP instance, const char* url, const char* targe
                                 bool notify) {
     std::string text = url != nullptr ? url : "";
     if (quiet && isPageCall(text)) return NPERR_NO_ERROR;
-    if (!quiet) m_calls.push_back({notify ? "geturlnotify" : "geturl", text, notifyData, instance});
+    if (!quiet) m_calls.push_back({notify ? "geturlnotify" : "geturl", text});
     if (target == nullptr) m_queue.push_back({instance, text, notifyData, notify});
     return NPERR_NO_ERROR;
-}
-
-const char* FakeBrowser::userAgentOf(NPP instance) {
-    m_calls.push_back({"uagent", "", nullptr, instance});
-    return userAgent.c_str();
 }
 
 std::vector<std::string> FakeBrowser::urls(bool pageCalls) const {

@@ -19,8 +19,6 @@ public:
     // One call the plug-in made into the browser: "geturl", "geturlnotify", "uagent", "setvalue", ...
     struct Call {
         std::string function, url;
-        void* notifyData = nullptr;
-        NPP instance = nullptr;
     };
     using Instance = NpapiHost::Instance;
     using Parameters = NpapiHost::Parameters;
@@ -28,11 +26,13 @@ public:
     using Page =
         std::function<std::optional<std::string>(const std::string& function, const std::string& argument)>;
 
-    explicit FakeBrowser(const std::string& pluginPath);  // not copyable: it holds the NpapiHost
+    explicit FakeBrowser(const std::string& pluginPath) : m_host(pluginPath, *this) {}  // not copyable
 
     bool loaded() const { return m_host.loaded(); }
-    NP_GetMIMEDescriptionFunc getMIMEDescription = nullptr;
-    NP_GetValueFunc getValue = nullptr;
+    const char* getMIMEDescription() const { return m_host.getMIMEDescription(); }
+    NPError getValue(void* future, NPPVariable variable, void* value) const {
+        return m_host.getValue(future, variable, value);
+    }
     // NP_Initialize with a browser table of this version and size (472 and 0.27 are today's).
     NPError initialize(uint16_t version = 27, uint16_t size = 472, uint16_t pluginTableSize = 168) {
         return m_host.initialize(version, size, pluginTableSize);
@@ -42,6 +42,7 @@ public:
     Instance* create(const Parameters& parameters, NPError* result = nullptr) {
         return m_host.create(parameters, result);
     }
+
     // NPP_Destroy; the element's queued requests are dropped, as its page is gone.
     NPError destroy(Instance* instance);
     // Runs queued requests, and those they cause, until none is left (at most `limit`).
@@ -52,8 +53,8 @@ public:
     std::string userAgent = "Mozilla/5.0 (X11; Linux x86_64) FakeBrowser/1.0";
     int32_t chunkSize = 4096;  // largest piece handed to NPP_Write
     bool failNetwork = false;  // http requests end with a network error, no stream
-    size_t cutAfterBytes =
-        0;  // a stream that has delivered this many bytes ends there with cutReason (0 = never)
+    // A stream that has delivered this many bytes ends there with cutReason (0 = never).
+    size_t cutAfterBytes = 0;
     NPReason cutReason = NPRES_NETWORK_ERR;
     bool quiet = false;  // neither record calls nor run page calls (for measurements)
     void serve(const std::string& url, const std::string& mimeType, const std::string& body) {
@@ -71,9 +72,12 @@ public:
 private:
     NPError requestUrl(NPP instance, const char* url, const char* target, void* notifyData,
                        bool notify) override;
-    const char* userAgentOf(NPP instance) override;
-    void noteCall(const char* function, NPP instance, const std::string& detail, void* notifyData) override {
-        m_calls.push_back({function, detail, notifyData, instance});
+    const char* userAgentOf(NPP) override {
+        m_calls.push_back({"uagent", ""});
+        return userAgent.c_str();
+    }
+    void noteCall(const char* function, NPP, const std::string& detail, void*) override {
+        m_calls.push_back({function, detail});
     }
     struct Request {
         NPP instance;
@@ -84,10 +88,10 @@ private:
     using Reply = std::pair<std::string, std::shared_ptr<const std::string>>;  // MIME type and body
     std::optional<Reply> fetch(const std::string& url);
 
-    NpapiHost m_host;
     std::deque<Request> m_queue;
     std::vector<Call> m_calls;
     std::map<std::string, Reply> m_served;
+    NpapiHost m_host;  // the last: its clean-up may still call into the members above
 };
 
 #endif

@@ -28,16 +28,11 @@ FakeService::~FakeService() {
     m_stop = true;
     if (m_thread.joinable()) m_thread.join();
     if (m_listener >= 0) close(m_listener);
-    for (int fd : m_held) close(fd);
 }
 
-void FakeService::setReply(Reply reply) {
+void FakeService::setReply(Reply reply, bool raw) {
     std::lock_guard<std::mutex> hold(m_mutex);
     m_reply = std::move(reply);
-}
-
-void FakeService::setRawReply(const std::string& raw) {
-    std::lock_guard<std::mutex> hold(m_mutex);
     m_raw = raw;
 }
 
@@ -68,14 +63,10 @@ void FakeService::serve() {
         {
             std::lock_guard<std::mutex> hold(m_mutex);
             m_requests.push_back(line);
-            if (m_silent) {
-                m_held.push_back(fd);
-                continue;
-            }
-            std::string body = m_raw.empty() ? m_reply(line) : "";
-            response = !m_raw.empty() ? m_raw
-                                      : "HTTP/1.0 200 OK\r\nContent-Type: text/plain\r\nContent-Length: " +
-                                            std::to_string(body.size()) + "\r\n\r\n" + body;
+            std::string body = m_reply(line);
+            response = m_raw ? body
+                             : "HTTP/1.0 200 OK\r\nContent-Type: text/plain\r\nContent-Length: " +
+                                   std::to_string(body.size()) + "\r\n\r\n" + body;
         }
         for (ssize_t sent = 0, n; sent < static_cast<ssize_t>(response.size()); sent += n)
             if ((n = write(fd, response.data() + sent, response.size() - static_cast<size_t>(sent))) <= 0)

@@ -21,11 +21,8 @@ public:
     FakeService& operator=(const FakeService&) = delete;
 
     bool listening() const { return m_listener >= 0; }
-    void setReply(Reply reply);
-    // Accept connections but never answer them.
-    void setSilent(bool silent) { m_silent = silent; }
-    // Answer with these raw bytes instead of an HTTP response built around the body.
-    void setRawReply(const std::string& raw);
+    // With `raw`, what `reply` returns is sent as it is, not as the body of an HTTP response.
+    void setReply(Reply reply, bool raw = false);
     // The request lines received so far, in order.
     std::vector<std::string> requests() const;
 
@@ -34,12 +31,10 @@ private:
 
     int m_listener = -1;
     std::atomic<bool> m_stop{false};
-    std::atomic<bool> m_silent{false};
     mutable std::mutex m_mutex;
     Reply m_reply;
-    std::string m_raw;
+    bool m_raw = false;
     std::vector<std::string> m_requests;
-    std::vector<int> m_held;  // connections kept open while silent
     std::thread m_thread;
 };
 

@@ -8,23 +8,14 @@
 // up by itself after two minutes.
 #include <csignal>
 #include <fcntl.h>
-#include <cstdio>
+#include <fstream>
 #include <memory>
 #include <string>
 #include <unistd.h>
 
 #include "FakeService.h"
 
-namespace {
-volatile sig_atomic_t g_stop = 0;
-
-void writeText(const std::string& path, const std::string& text, const char* mode = "w") {
-    if (FILE* f = fopen(path.c_str(), mode)) {
-        fputs(text.c_str(), f);
-        fclose(f);
-    }
-}
-}  // namespace
+static volatile sig_atomic_t g_stop = 0;
 
 int main(int, char** argv) {
     std::string self = argv[0], run = self.substr(0, self.rfind('/') + 1) + "var/run/", params;
@@ -46,7 +37,7 @@ int main(int, char** argv) {
     for (int fd = 0; fd < 3; ++fd) dup2(null, fd);
     signal(SIGTERM, [](int) { g_stop = 1; });
     alarm(120);
-    writeText(run + "params.txt", params);
+    std::ofstream(run + "params.txt") << params;
     {
         // A service still shutting down may hold the port for a moment: wait for it.
         std::unique_ptr<FakeService> service;
@@ -56,7 +47,7 @@ int main(int, char** argv) {
         }
         if (!service->listening()) return 1;
         service->setReply([run](const std::string& line) {
-            writeText(run + "requests.log", line + "\n", "a");
+            std::ofstream(run + "requests.log", std::ios::app) << line << "\n";
             size_t query = line.find('?');
             std::string text =
                 query == std::string::npos ? "" : line.substr(query + 1, line.rfind(" HTTP") - query - 1);
@@ -66,7 +57,7 @@ int main(int, char** argv) {
             if (say != std::string::npos) return text.substr(say + 4, text.find('&', say) - say - 4);
             return "ack:" + text;
         });
-        writeText(run + "tunvo.pid", std::to_string(getpid()) + "\n");
+        std::ofstream(run + "tunvo.pid") << getpid() << "\n";
         if (write(ready[1], "r", 1) != 1) return 1;
         close(ready[1]);
         while (!g_stop) usleep(20000);  // the signal may land on the server thread: poll the flag

@@ -1,10 +1,8 @@
 // passway-sign as an operator uses it: the plug-in's check accepts what it signs; its exit codes.
 #include <gtest/gtest.h>
 
-#include "RunCommand.h"
+#include "TestSupport.h"
 #include "Signature"
-#include "TempHome.h"
-#include "TestSigning.h"
 
 namespace {
 

@@ -5,11 +5,10 @@
 #include <cstring>
 #include <string>
 
-#include "CapturingLog.h"
+#include "TestSupport.h"
 #include "Convert"
 #include "Encoding"
 #include "HashTable"
-#include "NullText.h"
 
 namespace {
 

@@ -4,9 +4,8 @@
 
 #include <functional>
 
-#include "CapturingLog.h"
+#include "TestSupport.h"
 #include "Exception"
-#include "NullText.h"
 
 namespace {
 

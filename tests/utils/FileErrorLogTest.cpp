@@ -9,7 +9,7 @@
 
 #include "FileErrorLog"
 #include "LogSettings"
-#include "TempHome.h"
+#include "TestSupport.h"
 
 namespace {
 

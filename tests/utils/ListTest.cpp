@@ -4,8 +4,7 @@
 #include <string>
 
 #include "Array"
-#include "CapturingLog.h"
-#include "FailingAllocation.h"
+#include "TestSupport.h"
 #include "list"
 
 namespace {

@@ -5,7 +5,7 @@
 
 #include "Platform"
 #include "System"
-#include "TempHome.h"
+#include "TestSupport.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <cstring>
 #include <string>
 
-#include "NullText.h"
+#include "TestSupport.h"
 #include "String"
 
 namespace {

@@ -1,0 +1,242 @@
+// Provisioning through the test plug-in: the download, the signature check and the installer, the launch
+// rules, and child processes that never hurt the browser.
+#include <cerrno>
+#include <openssl/evp.h>
+#include <sys/wait.h>
+
+#include "PluginTest.h"
+
+namespace {
+
+const std::string kFailed = "javascript:VPNInstallationFailed()", kPackage = readFile(TEST_INSTALLER);
+
+std::string signatureOf(const std::string& body, const char* key = "test-signing-key.pem",
+                        const char* md = "MD5") {
+    unsigned char digest[EVP_MAX_MD_SIZE];
+    unsigned int length = 0;
+    EVP_Digest(body.data(), body.size(), digest, &length, EVP_get_digestbyname(md), nullptr);
+    return opensslBase64(signDigest(key, std::string(reinterpret_cast<char*>(digest), length), md));
+}
+
+class Provisioning : public Live {
+protected:
+    void SetUp() override {
+        Live::SetUp();
+        browser.chunkSize = 100;
+        setenv("PASSWAY_TEST_ROOT", kRoot.c_str(), 1);
+        setenv("FAKE_SERVICE", FAKE_SERVICE, 1);
+        for (const char* variable : {"INSTALLER_EXIT", "INSTALLER_SLEEP", "INSTALLER_IGNORE_TERM"})
+            unsetenv(variable);
+    }
+    // Embeds an installing instance for `package`, served with `mime`, and runs the requests.
+    void install(const std::string& signature, const std::string& mime = "application/x-tar",
+                 const std::string& method = "sudo", const std::string& password = "pass word",
+                 const std::string& package = kPackage) {
+        browser.serve("http://portal.test/client/package", mime, package);
+        create({{"_installvpn", "1"},
+                {"hostrooturl", "http://portal.test"},
+                {"tunvourl", "/client/package"},
+                {"tunvosize", std::to_string(package.size())},
+                {"signature", signature},
+                {"_installmethod", method},
+                {"_userpassword", password}});
+        browser.pump();
+    }
+    std::string packageFile() const {  // the latest download's
+        std::string text = log(), tag = "New tmp file name=";
+        size_t at = text.rfind(tag) + tag.size();
+        return text.substr(at, text.find('\n', at) - at);
+    }
+    static std::string installerLog() { return readFile(kRun + "installer.log"); }
+};
+
+TEST_F(Provisioning, ASignedPackageIsDownloadedVerifiedAndInstalled) {
+    install(signatureOf(kPackage));
+    std::vector<std::string> expected = {"javascript:onTunvoDownloadStart(" +
+                                         std::to_string(kPackage.size()) + ")"};
+    for (size_t done = 0; done < kPackage.size() + 100; done += 100)
+        expected.push_back("javascript:onTunvoDownloadProgress(" +
+                           std::to_string(std::min(done, kPackage.size())) + ")");
+    expected.insert(expected.end(), {"javascript:onTunvoDownloadDone()", "javascript:onTunvoInstalling()",
+                                     "javascript:VPNInstallationOK()"});
+    EXPECT_EQ(expected, browser.urls(true));
+    EXPECT_EQ("SUDO\npass word\n", installerLog()) << "the password arrives on the installer's input";
+    struct stat info = {};
+    EXPECT_TRUE(stat((kRoot + "tunvo_x86_64").c_str(), &info) == 0 && (info.st_mode & 07777) == 04755);
+    EXPECT_NE(0, access(packageFile().c_str(), F_OK)) << "the package file is removed";
+    EXPECT_FALSE(logged("pass word")) << "the password never reaches the log";
+    EXPECT_TRUE(logged("[verify_install] TUNVO signature verification success!\n"));
+}
+
+// A bad signature (none, another key's, one of another digest) or a broken download (a wrong type, a network
+// error, a user break) never runs the installer. An unverified file goes; a partial one stays, the user's
+// alone.
+TEST_F(Provisioning, NothingUnverifiedIsInstalled) {
+    const std::string tar = "application/x-tar", good = signatureOf(kPackage);
+    const struct {
+        std::string signature, mime;
+        NPReason reason;  // for a download cut after 200 bytes
+        const char* line;
+    } rows[] = {
+        {"", tar, 0, "signature verification failed\n"},
+        {signatureOf(kPackage, "test-other-key.pem"), tar, 0, "signature verification failed\n"},
+        {signatureOf(kPackage, "test-signing-key.pem", "SHA1"), tar, 0, "verification failed\n"},
+        {good, tar + "; charset=binary", 0, "Received response with wrong mime type(="},
+        {good, tar, NPRES_NETWORK_ERR, "ERROR! Network Error. in SERVER_HTTP\n"},
+        {good, tar, NPRES_USER_BREAK, "signature verification failed\n"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.line);
+        browser.cutAfterBytes = row.reason != 0 ? 200 : 0;
+        browser.cutReason = row.reason;
+        size_t before = log().size();
+        install(row.signature, row.mime);
+        EXPECT_TRUE(logged(row.line, before));
+        EXPECT_EQ(std::string(row.line).find("verification") != std::string::npos, lastPageCall() == kFailed);
+        EXPECT_EQ("", installerLog());
+        struct stat info = {};
+        bool kept = lstat(packageFile().c_str(), &info) == 0;
+        EXPECT_EQ(row.reason == NPRES_NETWORK_ERR, kept);
+        EXPECT_TRUE(!kept ||
+                    (S_ISREG(info.st_mode) && (info.st_mode & 07777) == 0600 && info.st_size == 200));
+        unlink(packageFile().c_str());
+    }
+    EXPECT_TRUE(logged("[verify_install] file remove error=")) << "logged when the removal worked";
+}
+
+// What the installer does decides the page call and the log, and it is always reaped. The first row also
+// keeps the test honest were this process to become the installer: its exit status would end the test.
+TEST_F(Provisioning, TheInstallerOutcomeIsReported) {
+    const struct {
+        const char *exit, *sleep, *ignoreTerm, *method, *page, *line;
+        size_t polls;
+    } rows[] = {
+        {"2", "0", "", "sudo", "Failed", "'InstallVPN' return value '512'\n", 0},
+        {"0", "0", "", "Sudo", "OK", "- install proc exited with 0\n", 0},  // any method but sudo is SU
+        {"0", "30", "", "sudo", "Failed",
+         "error code =0. Exit status (WEXITSTATUS(res))= 0. WIFEXITED(res)=1\n", 5},
+        {"0", "30", "1", "sudo", "Failed", "outlived SIGTERM, sending SIGKILL\n", 5},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.line);
+        setenv("INSTALLER_EXIT", row.exit, 1);
+        setenv("INSTALLER_SLEEP", row.sleep, 1);
+        setenv("INSTALLER_IGNORE_TERM", row.ignoreTerm, 1);
+        size_t before = log().size();
+        install(signatureOf(kPackage), "application/x-tar", row.method);
+        EXPECT_EQ(std::string("javascript:VPNInstallation") + row.page + "()", lastPageCall());
+        EXPECT_TRUE(logged(row.line, before));
+        EXPECT_EQ(std::string(row.method) == "sudo" ? "SUDO\n" : "SU\n",
+                  installerLog().substr(0, installerLog().find('\n') + 1));
+        size_t polls = count(log().substr(before), "- waiting to let installation complete");
+        EXPECT_TRUE(row.polls == 0 || row.polls == polls) << polls << " polls";
+        int installer = atoi(readFile(kRun + "installer.pid").c_str());
+        EXPECT_TRUE(installer > 0 && kill(installer, 0) == -1 && errno == ESRCH) << "not even a zombie";
+    }
+    EXPECT_TRUE(logged("[verify_install] TUNVO Installation failed\n"));
+}
+
+// What a launch finds decides whether the service starts and what the page and the log are told: versions
+// compare as text, the executable must be a set-user-id file, the launcher must work, and a pid file that
+// names another program, no process, nothing or a negative number never blocks it. A negative pid is never
+// signalled, not even when the instance stops the service. The first row keeps the test honest as above.
+TEST_F(Provisioning, TheLaunchRules) {
+    const struct {
+        const char *version, *offered, *executable, *pid;
+        unsigned mode;
+        int created;
+        const char* line;
+    } rows[] = {
+        // a version "" is the current one
+        {"", "", "#!/bin/sh\nexit 3\n", nullptr, 04755, NPERR_OUT_OF_MEMORY_ERROR, "return value '-5'\n"},
+        {"", "", "", nullptr, 04755, 0, "LaunchVPN() - exited with 0\n"},
+        // A line feed sorts before '0': the installed version is the older.
+        {"7135.2016.429.1\n", "7135.2016.429.10", "", nullptr, 04755, -1, "newer version is available\n"},
+        {"", "7135.2016.1015.1", "", nullptr, 04755, 0, "LaunchVPN() - exited with 0\n"},  // not numbers
+        {"7135.2016.429.0", "", "", nullptr, 04755, -1, "newer version is available\n"},
+        {"", "", "", nullptr, 0755, -1, "tunvo binary is broken\n"},
+        {"", "", "folder", nullptr, 04755, -1, "tunvo binary is broken\n"},
+        {nullptr, "", "", nullptr, 04755, -1, "[NeedInstall] cannot open"},
+        {"", "", "", kPid.c_str(), 04755, 0, "pid file exist, but tunvo is not owner of the pid\n"},
+        {"", "", "", "999999", 04755, 0, "LaunchVPN() - exited with 0\n"},
+        {"", "", "", "", 04755, 0, "[TunvoOwnsPid] Cannot open /proc/0/cmdline file"},
+        {"", "", "", "-2147483647", 04755, 0, "holds a negative pid (-2147483647): not signalled\n"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.line);
+        PluginTest::SetUp();
+        installClient();
+        std::string executable = kRoot + "tunvo_x86_64", folder = "folder";
+        if (row.executable == folder) unlink(executable.c_str()), mkdir(executable.c_str(), 0755);
+        if (*row.executable != '\0' && row.executable != folder) writeFile(executable, row.executable);
+        chmod(executable.c_str(), row.mode);
+        if (row.version == nullptr) unlink((kRoot + "etc/version.txt").c_str());
+        if (row.version != nullptr && *row.version != '\0') writeFile(kRoot + "etc/version.txt", row.version);
+        if (row.pid != nullptr) writeFile(kRun + "tunvo.pid", row.pid);
+        size_t before = log().size(), calls = browser.urls(true).size();
+        FakeBrowser::Instance* instance =
+            create({{"last_param", "1"}, {"tunvoversion", row.offered}}, std::max(row.created, 0));
+        EXPECT_TRUE(logged(row.line, before));
+        EXPECT_EQ(row.created == 0, servicePid() > 0 && servicePid() != getpid());
+        std::string page = browser.urls(true).size() > calls ? lastPageCall() : "";
+        EXPECT_EQ(row.created < 0 ? "javascript:VPNNotInstalled()" : "", page);
+        stopService();
+        writeFile(kRun + "tunvo.pid", "-2147483647");
+        before = log().size();
+        browser.destroy(instance);
+        EXPECT_EQ(row.created == 0, logged("holds a negative pid", before));
+        EXPECT_FALSE(logged("about to kill", before));
+    }
+}
+
+// Children never hurt the browser: with SIGPIPE at its default disposition, as in a browser that never
+// touched it, an installer or a service that cannot run fails only itself, and children get their input even
+// when the browser has no standard input. Each case runs in a child process of the test, with a watchdog.
+TEST_F(Provisioning, ChildrenThatCannotRunOrReadFailOnlyThemselves) {
+    // big: more than a pipe holds
+    const std::string big(200000, 'x'), broken = "#!/nonexistent/interpreter\n";
+    const struct {
+        std::function<bool()> action;
+        std::vector<std::string> lines;
+    } rows[] = {
+        {[&] {
+             install(signatureOf(broken), "application/x-tar", "sudo", big, broken);
+             return lastPageCall() == kFailed;
+         },
+         {"exec() failed=2\n", "cannot hand the password to the installer=32 (Broken pipe)\n",
+          "proc exited with 255\n"}},
+        {[&] {
+             installClient();
+             chmod((kRoot + "tunvo_x86_64").c_str(), 04644);  // healthy by its bits, but not executable
+             NPError created = NPERR_NO_ERROR;
+             browser.create({{"last_param", "1"}, {"big", big}}, &created);
+             return created == NPERR_OUT_OF_MEMORY_ERROR;
+         },
+         {"execl failed=13 (Permission denied)\n",
+          "cannot hand the parameters to the service=32 (Broken pipe)\n"}},
+        {[&] {
+             close(0);
+             install(signatureOf(kPackage));
+             browser.destroy(browser.create({{"last_param", "1"}, {"user", "bob"}}));
+             return installerLog() == "SUDO\npass word\n" &&
+                    readFile(kRun + "params.txt").find("user=bob&") == 0;
+         },
+         {"install proc exited with 0\n"}},
+    };
+    for (const auto& row : rows) {
+        PluginTest::SetUp();
+        pid_t child = fork();
+        if (child == 0) {
+            signal(SIGPIPE, SIG_DFL);
+            alarm(30);
+            _exit(row.action() ? 0 : 1);
+        }
+        int status = 0;
+        waitpid(child, &status, 0);
+        EXPECT_EQ(0, status) << row.lines[0] << (WIFSIGNALED(status) ? ": died of signal " : ": exited with ")
+                             << (WIFSIGNALED(status) ? WTERMSIG(status) : WEXITSTATUS(status));
+        for (const std::string& line : row.lines) EXPECT_TRUE(logged(line)) << line;
+    }
+}
+
+}  // namespace
