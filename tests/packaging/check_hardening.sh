@@ -6,39 +6,27 @@
 set -uo pipefail
 fortify=$1
 shift
-if [ "$fortify" = off ]; then
-    echo "PASSWAY_HARDEN is off in this build: nothing to check"
-    exit 77
-fi
+[ "$fortify" != off ] || { echo "PASSWAY_HARDEN is off in this build: nothing to check"; exit 77; }
 
 failures=0
-fail() { echo "$1: $2"; failures=$((failures + 1)); }
+fail() { echo "$file: $1"; failures=$((failures + 1)); }
 
 for file in "$@"; do
-    header=$(readelf -hW "$file") || { fail "$file" "not readable as ELF"; continue; }
-    dynamic=$(readelf -dW "$file")
+    header=$(readelf -hW "$file") || { fail "not readable as ELF"; continue; }
     segments=$(readelf -lW "$file")
-    imports=$(readelf --dyn-syms -W "$file" | awk '$7 == "UND" { sub(/@.*/, "", $8); print $8 }')
-
-    grep -Eq 'Type: +DYN' <<<"$header" || fail "$file" "not position-independent (ELF type is not DYN)"
-    grep -Eq '\(BIND_NOW\)|\(FLAGS\).*BIND_NOW|\(FLAGS_1\).*NOW' <<<"$dynamic" \
-        || fail "$file" "no BIND_NOW: symbols are bound lazily (link with -z now)"
-    grep -q 'GNU_RELRO' <<<"$segments" || fail "$file" "no GNU_RELRO segment (link with -z relro)"
     stack=$(grep 'GNU_STACK' <<<"$segments")
-    if [ -z "$stack" ]; then
-        fail "$file" "no GNU_STACK segment: the stack defaults to executable"
-    elif grep -Eq 'RWE|E +0x' <<<"$stack"; then
-        fail "$file" "executable stack: $stack"
-    fi
-    grep -qx '__stack_chk_fail' <<<"$imports" || fail "$file" "no __stack_chk_fail import: no stack protector"
-    if [ "$fortify" = 1 ]; then
-        checked=$(grep -E '^__.+_chk$' <<<"$imports" | grep -vx '__stack_chk_fail' | tr '\n' ' ')
-        if [ -n "$checked" ]; then
-            echo "$file: fortified calls: $checked"
-        else
-            fail "$file" "no fortified *_chk import: not built with _FORTIFY_SOURCE"
-        fi
-    fi
+    imports=$(readelf --dyn-syms -W "$file" | awk '$7 == "UND" { sub(/@.*/, "", $8); print $8 }')
+    checked=$(grep -E '^__.+_chk$' <<<"$imports" | grep -vx '__stack_chk_fail' | tr '\n' ' ')
+
+    grep -Eq 'Type: +DYN' <<<"$header" || fail "not position-independent (ELF type is not DYN)"
+    readelf -dW "$file" | grep -Eq '\(BIND_NOW\)|\(FLAGS\).*BIND_NOW|\(FLAGS_1\).*NOW' \
+        || fail "no BIND_NOW: symbols are bound lazily (link with -z now)"
+    grep -q 'GNU_RELRO' <<<"$segments" || fail "no GNU_RELRO segment (link with -z relro)"
+    [ -n "$stack" ] || fail "no GNU_STACK segment: the stack defaults to executable"
+    ! grep -Eq 'RWE|E +0x' <<<"$stack" || fail "executable stack: $stack"
+    grep -qx '__stack_chk_fail' <<<"$imports" || fail "no __stack_chk_fail import: no stack protector"
+    [ "$fortify" != 1 ] || [ -n "$checked" ] || fail "no fortified *_chk import: not built with _FORTIFY_SOURCE"
+    [ -z "$checked" ] || echo "$file: fortified calls: $checked"
 done
 [ "$failures" -eq 0 ] && echo "all hardening marks present in $# binaries"
 [ "$failures" -eq 0 ]
