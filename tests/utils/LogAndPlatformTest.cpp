@@ -1,0 +1,208 @@
+// The process log and the platform it stands on: the lines the log's sink receives (from the log interface's
+// write forms at a log level, from the level-named writes, from UException as it is made and caught); the
+// log file as its reader sees it (system header, banner, line headers, rotation) and the settings file that
+// gives its levels and rotation size; file existence by mode bits; environment variables with a fallback.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <fcntl.h>
+#include <functional>
+#include <regex>
+#include <sys/stat.h>
+
+#include "TestSupport.h"
+#include "Exception"
+#include "FileErrorLog"
+#include "LogSettings"
+#include "Platform"
+#include "System"
+
+namespace {
+
+const std::string big(6000, 'x');
+using Write = std::function<void(IUErrorLog&)>;
+
+// The null formats are part of the point; -Wformat-security (a hardening flag) would refuse them.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-security"
+TEST(ErrorLog, LinesHandedToTheSinkAtALogLevel) {
+    const auto levels = [](auto&) { ERRORLOGLEVEL0("z"); ERRORLOGLEVEL1("o%d", 1); ERRORLOGLEVEL2("t"); };
+    const struct { const char* shows; int logLevel; Write write; std::vector<std::string> lines; } rows[] = {
+        {"up to the level", 31, [](auto& l) { l.WriteLog(31, "f%d\n", 5); l.WriteLog(32, "x"); },
+         {"31,,,, f5\n"}},
+        {"negative: only errors", -1,
+         [](auto& l) { l.WriteLog(0, "0"); l.WriteLogStr("s"); l.WriteErrorStr("e"); }, {"0,,,, e"}},
+        {"plain form is an error", -1, [](auto& l) { l.WriteLog("p%d", 1); }, {"0,,,, p1"}},
+        {"Str: column 0 or given", 1, [](auto& l) { l.WriteLogStr("s"); l.WriteLogStr(-120, "n"); },
+         {"0,,,, s", "-120,,,, n"}},
+        {"cut at 5119", 63, [](auto& l) { l.WriteLog(5, "%s", big.c_str()); }, {"5,,,, " + big.substr(881)}},
+        {"Str not cut", 1, [](auto& l) { l.WriteErrorStr(big.c_str()); }, {"0,,,, " + big}},
+        {"null format", 3, [](auto& l) { l.WriteLog(3, nullText()); },
+         {"3,,,, IUErrorLog::WriteLog(int a_iPriority, LPCTSTR lpszMsg, ...) - template is NULL\n"}},
+        {"0 is 1; changes logged", 1, [](auto& l) { l.SetLogLevel(0); l.SetLogLevel(63); l.SetLogLevel(63); },
+         {"0,,,, log level has been changed to 63\n"}},
+        // The level-named writes: a column of their own and a threshold each.
+        {"LEVEL0 at any level", -5, levels, {"1,,,, z"}}, {"LEVEL1 not at 1", 1, levels, {"1,,,, z"}},
+        {"LEVEL1 from 2", 2, levels, {"1,,,, z", "2,,,, o1"}},
+        {"LEVEL2 not at 47", 47, levels, {"1,,,, z", "2,,,, o1"}},
+        {"LEVEL2 from 48", 48, levels, {"1,,,, z", "2,,,, o1", "48,,,, t"}},
+        {"LEVEL0 not cut", 1, [](auto&) { ERRORLOGLEVEL0("%s", big.c_str()); }, {"1,,,, " + big}},
+        {"LEVEL0 null format", 1, [](auto&) { ERRORLOGLEVEL0(nullText()); },
+         {"1,,,, ERRORLOGLEVELx() wrong parameter"}},
+        // UException: the place shows with the code unless it is -1; without a place the code never shows.
+        {"short form", 1, [](auto&) { UException(9, "bad %d", 7); }, {"1, , 0, , EXCEPTION - bad 7\n"}},
+        {"place, code", 1, [](auto&) { UException(5, "a", "f", 12, "x"); }, {"1, a, 12, f, (0x5) x\n"}},
+        {"place, code -1", 1, [](auto&) { UException(-1, "a", "f", 12, "x"); }, {"1, a, 12, f, x\n"}},
+        {"null function", 1, [](auto&) { UException(-1, "a", nullText(), 2, "x"); },
+         {"1, a, 2, , UException::UException(int a_code, LPCTSTR a_lpszFileName, LPCTSTR a_lpszFunctionName, "
+          "DWORD a_dwLine, LPCTSTR lpszMsg, ...)  - input parameter is invalid\n"}},
+        {"1,001-character names dropped", 1, [](auto&) { UException(-1, &big[4999], &big[4999], 0, "m"); },
+         {"1, , 0, , m\n"}},
+        {"cut at 5118", 1, [](auto&) { UException(-1, "f", "g", 1, "%s", big.c_str()); },
+         {"1, f, 1, g, " + big.substr(882) + "\n"}},
+        {"caught", 1, [](auto&) { UException(-1, "", "toDWORD()", 77, "E").WriteCaught("toDWORD()", 120); },
+         {"1, , 77, toDWORD(), E\n", "1, , 120, toDWORD() - EXCEPTION, EXCEPTION caught: E\n"}},
+        {"copies own their strings", 1, [](auto&) {
+             UException original(4, "", "f", 7, "E"), assigned, copy(original);
+             assigned = copy; original = 3; copy = "s";
+             assigned.WriteToLog(); original.WriteToLog(); copy.WriteToLog(); },
+         {"1, , 7, f, (0x4) E\n", "1, , 7, f, (0x4) E\n", "1, , 0, , unknown exception\n", "1, , 0, , s\n"}},
+        {"unknown caught", 1, [](auto&) { WriteUnknownExceptionCaught("toInt()", 130); },
+         {"1, , 130, toInt() - EXCEPTION, EXCEPTION caught: toInt() - EXCEPTION\n"}}};
+    for (const auto& row : rows) {
+        ScopedCapturingLog log(row.logLevel);
+        row.write(log);
+        EXPECT_EQ(row.lines, log.lines()) << row.shows;
+    }
+    errorLog = nullptr;
+    UException("no log, no crash");
+}
+#pragma GCC diagnostic pop
+
+// A log of module "tunvo_plugin" opened in a fresh home whose settings file holds `conf`.
+struct HomeLog : TempHome {
+    explicit HomeLog(const std::string& conf = "") : path(inFolder("tunvo_plugin.log")) {
+        writeFile(inFolder("orvane.conf"), conf);
+        log.setParam("module_name", "tunvo_plugin");
+        EXPECT_EQ(0, log.Open(path.c_str(), "a"));
+    }
+    std::string path;
+    UFileErrorLog log;
+};
+
+TEST(UFileErrorLog, WhatTheReaderSeesThroughAReopen) {
+    time_t now = time(nullptr);
+    // local time = UTC - the zone's offset = 9 o'clock
+    setenv("TZ", ("PWY" + std::to_string(gmtime(&now)->tm_hour - 9)).c_str(), 1);
+    tzset();
+    int next = open("/dev/null", O_RDONLY);  // the lowest free descriptor: the log file's next
+    close(next);
+    HomeLog home;
+    EXPECT_EQ(FD_CLOEXEC, fcntl(next, F_GETFD)) << "programs started later do not inherit the file";
+    unsigned char bytes[] = {'a', 0, 'b'};
+    EXPECT_EQ(1, home.log.WriteLogByte(bytes, 1));
+    EXPECT_EQ(3, home.log.WriteLogByte("dump: ", bytes, 3));
+    EXPECT_EQ(-1, home.log.WriteLogByte(nullptr, 1)) << "no data: the write fails, the log goes on";
+    home.log.Close();
+    writeFile(home.inFolder("orvane.conf"), "tunvo_plugin_log_level=31\n");
+    EXPECT_EQ(0, home.log.Open(home.path.c_str(), "a"));
+    home.log.WriteLog(5, "five\n");
+    // "2016-04-29, 9:05:07:000, 4711,4711,tunvo_plugin, ": local time, space-padded hour, no milliseconds.
+    std::string pid = std::to_string(getpid()), rule = "={74}\n";
+    std::string h = "\\d{4}-\\d\\d-\\d\\d, 9:\\d\\d:\\d\\d:000, " + pid + "," + pid + ",tunvo_plugin, ";
+    std::regex expected(rule + "Kernel version: .+\nSystem: Linux\nRelease: .+\nModel: .+\nNode name: .+\n" +
+                        rule + h + "0,,,,  \n" + h + "0,,,,  =+\n" + h + "48,,,, current log level = 63\n" +
+                        "a\n\n" + h + "4,,,, dump: a\\0b\n" +  // raw bytes
+                        h + "0,,,,  \n" + h + "0,,,,  =+\n" + h + "5,,,, five\n");  // reopened at 31
+    EXPECT_TRUE(std::regex_match(readFile(home.path), expected)) << readFile(home.path);
+    struct stat info;
+    EXPECT_EQ(0644u, stat(home.path.c_str(), &info) == 0 ? info.st_mode & 07777 : 0);
+    setenv("HOME", "/proc/version", 1);  // not a folder: nothing can be made under it
+    UFileErrorLog homeless;
+    EXPECT_NE(0, homeless.Open("/proc/version/.Orvane/tunvo_plugin.log", "a"));
+    EXPECT_EQ(-1, homeless.WriteLogItem("dropped\n")) << "an error, not a crash";
+}
+
+// Rotation is checked on every 50th write (opening writes 3 lines), against the limit in the settings.
+// The new file has the system header (7 lines) and the banner.
+TEST(UFileErrorLog, RotatesOnTheFiftiethWritePastTheSize) {
+    const char* line = "0123456789012345678901234567890123456789\n";
+    const size_t size50 = [line] {
+        HomeLog home;
+        for (int i = 0; i < 47; ++i) home.log.WriteLogStr(line);
+        return readFile(home.path).size();
+    }();
+    // Lines are counted after the 7-line system header.
+    const struct { const char* shows; size_t limit; int writes; bool blocked, backup; long lines; } rows[] = {
+        {"at limit: kept", size50, 47, false, false, 50}, {"past: rotated", size50 - 1, 47, false, true, 3},
+        {"49th: not checked", 10, 46, false, false, 49}, {"no backup: lost", 10, 47, true, false, 3}};
+    for (const auto& row : rows) {
+        HomeLog home("log_file_size=" + std::to_string(row.limit) + "\n");
+        if (row.blocked) writeFile(home.path + ".bak/keep", "a folder in the way");
+        for (int i = 0; i < row.writes; ++i) home.log.WriteLogStr(line);
+        std::string live = readFile(home.path);
+        EXPECT_EQ(7 + row.lines, std::count(live.begin(), live.end(), '\n')) << row.shows;
+        EXPECT_EQ(row.backup ? size50 : 0, readFile(home.path + ".bak").size()) << row.shows;
+    }
+    struct Probe : UFileErrorLog { using UFileErrorLogBase::getFileSize; };
+    unsigned long long size = 0;
+    EXPECT_FALSE(Probe::getFileSize("/nonexistent", &size)) << "a missing file has no size to rotate at";
+}
+
+// Settings-file texts and the levels (the module's, the default) and rotation size they give.
+TEST(LogSettings, ValuesReadFromTheFile) {
+    const std::string d = "default_log_level=", m = "tunvo_plugin_log_level=";
+    const struct { const char* shows; std::string text; unsigned module, all, rotation; } rows[] = {
+        {"no keys", "# x\n", 63, 63, 5242880}, {"any separator", "log_file_size 2048\n", 63, 63, 2048},
+        {"module line overrides", d + "40\n" + m + "31\nvigo_plugin_log_level=5\n", 31, 40, 5242880},
+        {"commented, not a number", d + "31\n#" + m + "6\n" + m + "x\n", 31, 31, 5242880},
+        {"last wins, but first for all", d + "5\n" + d + "6\n" + m + "7\n", 7, 5, 5242880},
+        {"only a line's first 255", "#" + std::string(254, 'x') + d + "5\n" + d + "31\n", 31, 31, 5242880}};
+    for (const auto& row : rows) {
+        TempHome home;
+        writeFile(home.inFolder("orvane.conf"), row.text);
+        EXPECT_EQ(row.module, ULogSettings::getModuleLogLevel("tunvo_plugin")) << row.shows;
+        EXPECT_EQ(row.all, ULogSettings::getLogLevel()) << row.shows;
+        EXPECT_EQ(row.rotation, ULogSettings::getFileRotationSize()) << row.shows;
+    }
+}
+
+// The default level is overwritten in place or appended; a missing file is made from a commented template.
+TEST(LogSettings, SetLogLevelEditsTheFile) {
+    const struct { const char* shows; std::string before, after; } rows[] = {
+        {"in place", "a\ndefault_log_level=63\nnext\n", "a\ndefault_log_level=31\nnext\n"},
+        {"missing: appended", "# nothing\n", "# nothing\n\ndefault_log_level=31\n"},
+        {"no file: the template's keys", "", "default_log_level=31"}};
+    for (const auto& row : rows) {
+        TempHome home;
+        const std::string conf = home.inFolder("orvane.conf");
+        if (!row.before.empty()) writeFile(conf, row.before);
+        ULogSettings::setModuleLogLevel("tunvo_plugin", 31);
+        std::string after = readFile(conf);
+        if (row.before.empty()) after = std::regex_replace(after, std::regex("#.*|\n"), "");  // no comments
+        EXPECT_EQ(row.after, after) << row.shows;
+    }
+}
+
+// isFileExist tests mode bits, not file types: a FIFO has none of them.
+TEST(IsFileExist, ModeBitsDecide) {
+    TempHome home;
+    const std::string fifo = home.path() + "/fifo";
+    ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
+    const std::pair<const char*, bool> rows[] = {{home.path().c_str(), true}, {"/proc/self/exe", true},
+        {"/dev/null", true}, {fifo.c_str(), false}, {"/nonexistent", false}, {nullptr, false}};
+    for (const auto& row : rows) EXPECT_EQ(row.second, isFileExist(row.first)) << row.first;
+}
+
+// Unset, empty and 1,000-character values give the fallback.
+TEST(SGetEnvironmentVariable, FallsBackForEmptyUnsetAndOverlongValues) {
+    const std::string v999(999, 'v'), v1000(1000, 'v');
+    const std::pair<const char*, std::string> rows[] = {
+        {"value", "value"}, {"", "fb"}, {v999.c_str(), v999}, {v1000.c_str(), "fb"}, {nullptr, "fb"}};
+    for (const auto& row : rows) {
+        if (row.first) setenv("PASSWAY_VAR", row.first, 1); else unsetenv("PASSWAY_VAR");
+        EXPECT_STREQ(row.second.c_str(), SGetEnvironmentVariable("PASSWAY_VAR", "fb")) << row.second.size();
+    }
+}
+
+}  // namespace
