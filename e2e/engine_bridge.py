@@ -49,7 +49,6 @@ class BridgeEngine:
         self.approved = set()   # origins approved so far, by the policy or in the popup
         self.policy = None      # where the administrator's policy approving the portal's origin lives
         self.policy_note = ''   # why there is none
-        self.timings = {}
 
     def missing(self):
         if not os.access(self.program, os.X_OK):
@@ -73,10 +72,8 @@ class BridgeEngine:
         os.makedirs(os.path.join(run.build, 'e2e'), exist_ok=True)
         # The browser's own log, kept after the run for a look when something failed.
         self.log_path = os.path.join(run.build, 'e2e', '%s-browser.log' % self.name)
-        self.launched = time.monotonic()
         self.launch(run)
         self.tab = self.open_tab('about:blank')
-        self.timings['launch to the browser\'s first tab'] = time.monotonic() - self.launched
         if self.policy:
             self.approved.add(self.portal_origin)
             print('approval: the policy approves %s (%s)' % (self.portal_origin, self.policy))

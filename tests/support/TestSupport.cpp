@@ -1,6 +1,5 @@
 #include "TestSupport.h"
 
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
@@ -12,8 +11,6 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 std::string CapturingLog::text() const {
     std::string all;
@@ -65,16 +62,6 @@ void writeFile(const std::string& path, const std::string& content) {
     for (size_t slash = path.find('/', 1); slash != std::string::npos; slash = path.find('/', slash + 1))
         mkdir(path.substr(0, slash).c_str(), 0755);
     std::ofstream(path, std::ios::binary | std::ios::trunc) << content;
-}
-
-uint32_t testSeed() {
-    const char* fixed = getenv("PASSWAY_TEST_SEED");
-    uint32_t seed = fixed != nullptr
-                        ? static_cast<uint32_t>(strtoul(fixed, nullptr, 10))
-                        : static_cast<uint32_t>(std::chrono::steady_clock::now().time_since_epoch().count());
-    printf("random seed: %u (repeat with PASSWAY_TEST_SEED=%u)\n", seed, seed);
-    ::testing::Test::RecordProperty("seed", std::to_string(seed));
-    return seed;
 }
 
 std::string testDataPath(const std::string& name) {

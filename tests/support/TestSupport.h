@@ -1,9 +1,8 @@
 // Small helpers shared by every suite: a capturing log, failing allocations, a null text, running a
-// program, a temporary HOME and files, random seeds, and signing with the test keys of tests/data.
+// program, a temporary HOME and files, and signing with the test keys of tests/data.
 #ifndef PASSWAY_TESTS_TESTSUPPORT_H
 #define PASSWAY_TESTS_TESTSUPPORT_H
 
-#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -93,10 +92,6 @@ private:
 std::string readFile(const std::string& path);
 // Replaces a file's content; creates missing folders on the way.
 void writeFile(const std::string& path, const std::string& content);
-
-// Seeds for randomised tests: PASSWAY_TEST_SEED when set, else the clock. The seed is printed so that a
-// failing run can be repeated.
-uint32_t testSeed();
 
 // Path of a file in tests/data.
 std::string testDataPath(const std::string& name);
