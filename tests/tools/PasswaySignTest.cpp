@@ -11,21 +11,20 @@ TEST(PasswaySign, SignsWhatThePluginAcceptsAndExitsByOutcome) {
     const std::string package = home.path() + "/package", key = testDataPath("test-signing-key.pem");
     writeFile(package, std::string(3 * 65536 + 17, 'p'));  // several reads, the last one partial
     std::string signature = runCommand({PASSWAY_SIGN, key, package}).out;
-    EXPECT_TRUE(CSignature().VerifySignature(signature.c_str(), opensslBase64(opensslMd5(readFile(package))).c_str()));
-    const std::vector<std::string> rows[] = {  // 0 signed or verified, 1 not verified, 2 usage, 3 unusable file
-        {"0", "--verify", testDataPath("test-signing-cert.pem"), package, signature},
-        {"1", "--verify", testDataPath("test-other-cert.pem"), package, signature},
-        {"0", key, "/dev/null"},
-        {"2"},
-        {"3", "/nonexistent.pem", package},
-        {"3", key, "/tmp"},
-        {"3", testDataPath("test-ec-key.pem"), package},
+    EXPECT_TRUE(CSignature().VerifySignature(signature.c_str(),
+                                             opensslBase64(opensslMd5(readFile(package))).c_str()));
+    // Exit codes: 0 signed or verified, 1 not verified, 2 usage, 3 unusable file.
+    const std::pair<int, std::vector<std::string>> rows[] = {
+        {0, {PASSWAY_SIGN, "--verify", testDataPath("test-signing-cert.pem"), package, signature}},
+        {1, {PASSWAY_SIGN, "--verify", testDataPath("test-other-cert.pem"), package, signature}},
+        {0, {PASSWAY_SIGN, key, "/dev/null"}},
+        {2, {PASSWAY_SIGN}},
+        {3, {PASSWAY_SIGN, "/nonexistent.pem", package}},
+        {3, {PASSWAY_SIGN, key, "/tmp"}},
+        {3, {PASSWAY_SIGN, testDataPath("test-ec-key.pem"), package}},
     };
-    for (std::vector<std::string> row : rows) {
-        int exitCode = std::stoi(row[0]);
-        row[0] = PASSWAY_SIGN;
-        EXPECT_EQ(exitCode, runCommand(row).exitCode) << ::testing::PrintToString(row);
-    }
+    for (const auto& [exitCode, command] : rows)
+        EXPECT_EQ(exitCode, runCommand(command).exitCode) << ::testing::PrintToString(command);
 }
 
 }  // namespace
