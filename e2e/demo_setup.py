@@ -1,6 +1,7 @@
-"""What the end-to-end run (run_e2e.py) and the served demo (scripts/lib/serve_demo.py) share: a temporary folder with the
-test plug-in and a signed package, the demo portal's web server on loopback, and the test plug-in's install
-root, where the installer puts the stand-in service (build/tests/support/fake_tunvo_service)."""
+"""What the end-to-end run (run_e2e.py) and the served demo (scripts/lib/serve_demo.py) share: a temporary
+folder with the test plug-in and a signed package, the demo portal served on loopback by Python's http.server,
+and the test plug-in's install root, where the installer puts the stand-in service
+(build/tests/support/fake_tunvo_service)."""
 import os
 import shutil
 import signal
@@ -51,7 +52,11 @@ class DemoPortal:
             self.plugins = os.path.join(self.work, 'plugins')
             os.makedirs(self.plugins)
             shutil.copy(os.path.join(build, 'plugin', 'libtunvo_plugin_testroot.so'), self.plugins)
-            self.package = os.path.join(self.work, 'package')
+            # The portal's web site: its page and the client package (served as application/x-tar).
+            site = os.path.join(self.work, 'site')
+            os.makedirs(site)
+            shutil.copy(os.path.join(source, 'e2e', 'portal', 'index.html'), site)
+            self.package = os.path.join(site, 'package.tar')
             self.write_package(os.path.join(source, 'tests', 'data', 'test-installer.sh'))
             sign = os.path.join(build, 'tools', 'passway-sign')
             data = os.path.join(source, 'tests', 'data')
@@ -60,8 +65,10 @@ class DemoPortal:
             self.bad_signature = subprocess.check_output(
                 [sign, os.path.join(data, 'test-other-key.pem'), self.package], text=True).strip()
             self.port = port or free_port()
-            self.server = self.start_server([sys.executable, os.path.join(source, 'e2e', 'portal_server.py'),
-                                             str(self.port), os.path.join(source, 'e2e', 'portal'), self.package])
+            # Python's own server answers requests side by side: a browser may open a connection ahead and
+            # leave it idle, which would hold up a server that serves one connection at a time.
+            self.server = self.start_server([sys.executable, '-m', 'http.server', '--bind', '127.0.0.1',
+                                             '--directory', site, str(self.port)])
             for _ in range(50):
                 if listening(self.port) or self.server.poll() is not None:
                     break
