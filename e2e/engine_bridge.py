@@ -72,6 +72,7 @@ class BridgeEngine:
         os.makedirs(os.path.join(run.build, 'e2e'), exist_ok=True)
         # The browser's own log, kept after the run for a look when something failed.
         self.log_path = os.path.join(run.build, 'e2e', '%s-browser.log' % self.name)
+        self.env = dict(run.env, PASSWAY_HOST_PLUGIN=os.path.join(run.plugins, 'libtunvo_plugin_testroot.so'))
         self.launch(run)
         self.tab = self.open_tab('about:blank')
         if self.policy:

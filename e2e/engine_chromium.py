@@ -49,14 +49,13 @@ class ChromiumEngine(BridgeEngine):
         with open(os.path.join(hosts, HOST_NAME + '.json'), 'w') as f:
             json.dump(manifest, f)
         self.write_policy()
-        env = dict(run.env, PASSWAY_HOST_PLUGIN=os.path.join(run.plugins, 'libtunvo_plugin_testroot.so'))
         argv = [CHROMIUM] + ([] if self.window else ['--headless=new']) + [
             '--no-sandbox', '--user-data-dir=' + profile, '--no-first-run', '--disable-gpu', '--disable-dev-shm-usage',
             '--disable-background-networking', '--disable-component-update', '--disable-sync',
             '--load-extension=' + self.extension, '--remote-debugging-pipe', '--window-size=800,500',
             '--enable-logging=stderr', '--v=0', 'about:blank']
         with open(self.log_path, 'w') as log:
-            self.browser = DevToolsPipe(argv, env, log)
+            self.browser = DevToolsPipe(argv, self.env, log)
         self.browser_pid = self.browser.process.pid
 
     def write_policy(self):
@@ -65,16 +64,13 @@ class ChromiumEngine(BridgeEngine):
         if os.geteuid() != 0:
             self.policy_note = 'not root: no Chromium policy in %s' % POLICY_DIR
             return
-        missing = []
-        folder = POLICY_DIR
+        folder, missing = POLICY_DIR, []  # the folders this run makes, from the deepest
         while not os.path.isdir(folder):
             missing.append(folder)
             folder = os.path.dirname(folder)
-        for folder in reversed(missing):
-            os.mkdir(folder, 0o755)
-            self.policy_made.insert(0, folder)
+        os.makedirs(POLICY_DIR, 0o755, exist_ok=True)
         fd, path = tempfile.mkstemp(prefix='passway-e2e-', suffix='.json', dir=POLICY_DIR)
-        self.policy_made.insert(0, path)
+        self.policy_made = [path] + missing
         with os.fdopen(fd, 'w') as f:
             json.dump({'3rdparty': {'extensions': {self.id: {'approvedOrigins': [self.portal_origin]}}}}, f)
         os.chmod(path, 0o644)

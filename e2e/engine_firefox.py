@@ -71,11 +71,10 @@ class FirefoxEngine(BridgeEngine):
         with open(os.path.join(profile, 'user.js'), 'w') as f:
             f.writelines('user_pref(%s, %s);\n' % (json.dumps(name), json.dumps(value)) for name, value in prefs.items())
 
-        env = dict(run.env, PASSWAY_HOST_PLUGIN=os.path.join(run.plugins, 'libtunvo_plugin_testroot.so'))
         argv = [FIREFOX] + ([] if self.window else ['--headless']) + [
             '--no-remote', '--marionette', '-remote-allow-system-access', '--profile', profile, 'about:blank']
         with open(self.log_path, 'w') as log:
-            self.process = subprocess.Popen(argv, env=env, stdin=subprocess.DEVNULL, stdout=log, stderr=log,
+            self.process = subprocess.Popen(argv, env=self.env, stdin=subprocess.DEVNULL, stdout=log, stderr=log,
                                             start_new_session=True)
         self.browser_pid = self.process.pid
         port_file = os.path.join(profile, 'MarionetteActivePort')

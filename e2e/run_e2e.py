@@ -108,10 +108,7 @@ def connect(run):
 
 def leave(run):
     print('== visit 3: leaving the page stopped the service')
-    deadline = time.monotonic() + 30
-    while run.service_pid() and time.monotonic() < deadline:
-        time.sleep(0.1)
-    check(run.service_pid() == 0, 'leave: the service is still running after the page was left')
+    check(poll(lambda: run.service_pid() == 0, 30), 'leave: the service is still running after the page was left')
 
 
 def probe(run):
