@@ -19,22 +19,18 @@ class Marionette:
             raise MarionetteError('not a Marionette server (protocol 3): %r' % hello)
 
     def _receive(self):
-        while b':' not in self.buffer:
-            self._fill()
-        length, _, self.buffer = self.buffer.partition(b':')
-        while len(self.buffer) < int(length):
-            self._fill()
-        text, self.buffer = self.buffer[:int(length)], self.buffer[int(length):]
+        """The next message: its length in decimal, a colon, its JSON text."""
+        while b':' not in self.buffer or len(self.buffer.partition(b':')[2]) < int(self.buffer.partition(b':')[0]):
+            try:
+                chunk = self.socket.recv(65536)
+            except OSError as error:
+                raise MarionetteError('the browser is gone (%s)' % error)
+            if not chunk:
+                raise MarionetteError('the browser closed the connection')
+            self.buffer += chunk
+        length, _, rest = self.buffer.partition(b':')
+        text, self.buffer = rest[:int(length)], rest[int(length):]
         return json.loads(text)
-
-    def _fill(self):
-        try:
-            chunk = self.socket.recv(65536)
-        except OSError as error:
-            raise MarionetteError('the browser is gone (%s)' % error)
-        if not chunk:
-            raise MarionetteError('the browser closed the connection')
-        self.buffer += chunk
 
     def command(self, name, parameters=None):
         """The command's result (the "value" member when that is all there is); MarionetteError when the

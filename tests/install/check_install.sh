@@ -4,8 +4,7 @@
 # .mozilla/plugins) and the dev component, against which it builds and runs the consumer program
 # twice: as a CMake project with find_package(Passway), and by hand with pkg-config's passway.pc.
 set -euo pipefail
-build=$1
-consumer=$2
+build=$1 consumer=$2
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
