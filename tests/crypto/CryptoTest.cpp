@@ -40,18 +40,18 @@ TEST(CHMACDeathTest, LengthsAreAsserted) {
 }
 
 TEST(CSignature, VerifiesExactlyTheTestKeysSignatureOfTheDigest) {
-    const std::string digest = opensslMd5("package"), signature = signDigest("test-signing-key.pem", digest);
-    const std::string sha1(20, 'x');
+    const std::string digest = opensslMd5("package"), signature = signatureOf("package"), sha1(20, 'x');
     CSignature check;
     auto verifies = [&](const std::string& signature, const std::string& digest) {
-        return check.VerifySignature(opensslBase64(signature).c_str(), opensslBase64(digest).c_str());
+        return check.VerifySignature(signature.c_str(), opensslBase64(digest).c_str());
     };
     EXPECT_TRUE(verifies(signature, digest));
-    EXPECT_FALSE(verifies(signDigest("test-other-key.pem", digest), digest)) << "another key's";
-    EXPECT_FALSE(verifies(signDigest("test-signing-key.pem", sha1, "SHA1"), sha1)) << "over SHA-1";
+    EXPECT_FALSE(verifies(signatureOf("package", "test-other-key.pem"), digest)) << "another key's";
+    const std::string overSha1 = opensslBase64(signDigest("test-signing-key.pem", sha1, "SHA1"));
+    EXPECT_FALSE(verifies(overSha1, sha1)) << "over SHA-1";
     // Decrypted, a signature shows its DigestInfo: MD5's prefix, then the digest.
     EXPECT_EQ("3020300c06082a864886f70d020505000410" + hex(digest),
-              std::string(check.DecryptSignature(opensslBase64(signature).c_str())));
+              std::string(check.DecryptSignature(signature.c_str())));
     // HMAC-MD5 with the preshared key (tests/data/test-preshared.key), as base64.
     EXPECT_EQ("e8M4r4ZTlSAeKZJXjEIhIw==", std::string(check.Sign("session=1")));
 }

@@ -90,7 +90,7 @@ protected:
         send({{"op", "create"}, {"element", 4}, {"attributes", NpapiHost::Parameters{
             {"_installvpn", "1"}, {"hostrooturl", "http://portal.test"}, {"tunvourl", "/client/package"},
             {"tunvosize", size}, {"_installmethod", "sudo"}, {"_userpassword", "pw"},
-            {"signature", opensslBase64(signDigest("test-signing-key.pem", opensslMd5(package)))}}}});
+            {"signature", signatureOf(package)}}}});
         json request = sent.back()["request"];
         send({{"op", "response"}, {"request", request}, {"status", 200}, {"mimeType", "application/x-tar"}});
         return request;

@@ -30,13 +30,14 @@ TEST(PluginExports, ExactlyTheFourEntryPoints) {
 }
 
 TEST_F(PluginTest, AnswersBeforeInitialisationAndRefusesWhatItCannotServe) {
-    EXPECT_STREQ("application/x-orvane-sslvpn:xvpn:Orvane Passway plugin", browser.getMIMEDescription());
+    EXPECT_STREQ("application/x-orvane-sslvpn:xvpn:Orvane Passway plugin",
+                 browser.host().getMIMEDescription());
     const char* text = "untouched";
-    EXPECT_EQ(NPERR_INVALID_PARAM, browser.getValue(nullptr, NPPVpluginNeedsXEmbed, &text));
+    EXPECT_EQ(NPERR_INVALID_PARAM, browser.host().getValue(nullptr, NPPVpluginNeedsXEmbed, &text));
     EXPECT_STREQ("untouched", text);
-    EXPECT_EQ(0, browser.getValue(nullptr, NPPVpluginNameString, &text));
+    EXPECT_EQ(0, browser.host().getValue(nullptr, NPPVpluginNameString, &text));
     EXPECT_STREQ("Orvane Passway plugin", text);
-    EXPECT_EQ(0, browser.getValue(nullptr, NPPVpluginDescriptionString, &text));
+    EXPECT_EQ(0, browser.host().getValue(nullptr, NPPVpluginDescriptionString, &text));
     EXPECT_STREQ("Orvane Passway plugin, Ver. 7135.2016.429.1", text);
     // A newer major version, a browser table short of forceredraw, a plug-in table short of setvalue.
     EXPECT_EQ(NPERR_INCOMPATIBLE_VERSION_ERROR, browser.initialize(0x100));

@@ -18,13 +18,6 @@
 
 const std::string kRoot = PASSWAY_TEST_ROOT, kRun = kRoot + "var/run/", kPid = std::to_string(getpid());
 
-inline int servicePid() {
-    return atoi(readFile(kRun + "tunvo.pid").c_str());
-}
-inline void stopService() {
-    if (servicePid() > 0) kill(servicePid(), SIGKILL);
-    unlink((kRun + "tunvo.pid").c_str());
-}
 inline size_t count(const std::string& text, const std::string& part) {
     size_t n = 0;
     for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++n;
@@ -34,6 +27,11 @@ inline size_t count(const std::string& text, const std::string& part) {
 // A browser with the test plug-in loaded (not initialised), HOME in a fresh folder, an empty test root.
 class PluginTest : public ::testing::Test {
 protected:
+    static int servicePid() { return atoi(readFile(kRun + "tunvo.pid").c_str()); }  // 0 without a pid file
+    static void stopService() {
+        if (servicePid() > 0) kill(servicePid(), SIGKILL);
+        unlink((kRun + "tunvo.pid").c_str());
+    }
     void SetUp() override {
         prctl(PR_SET_CHILD_SUBREAPER, 1);  // a service this test kills is reaped here: its pid is free
         stopService();

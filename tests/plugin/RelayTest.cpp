@@ -43,7 +43,6 @@ TEST_F(Live, TheProbeHandsTheServiceReplyToThePage) {
         EXPECT_TRUE(!service || service->requests() == std::vector<std::string>{asked}) << asked;
         EXPECT_TRUE(row.reply != big || logged("[sendToJavaScript] Data from server ='" + big + "'\n"));
     }
-    EXPECT_TRUE(logged("[sendToTunvo] It's probeVpn responce. Terminate work\n"));
     EXPECT_EQ(5u, count(log(), "ERROR!")) << "one for each network error, no other";
     EXPECT_TRUE(logged("[GetDataFromTunvo] connect() failed=Connection refused\n"));
     EXPECT_EQ("geturl", browser.calls().back().function) << "the drop asks for no notification";

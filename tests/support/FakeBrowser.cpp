@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <arpa/inet.h>
 #include <cstdlib>
-#include <cstring>
 #include <poll.h>
 #include <unistd.h>
 
@@ -34,20 +33,20 @@ std::vector<std::string> FakeBrowser::urls(bool pageCalls) const {
     return urls;
 }
 
-// "http://127.0.0.1:PORT/path" over a socket (HTTP/1.0): the reply's type and body, none on a network error.
+// "http://127.0.0.1:PORT/path" over a socket (HTTP/1.0): the reply's body, as text/plain (all the local
+// service sends), none on a network error.
 std::optional<FakeBrowser::Reply> FakeBrowser::fetch(const std::string& url) {
     auto served = m_served.find(url);
     if (served != m_served.end()) return served->second;
     if (failNetwork || url.rfind("http://", 0) != 0) return std::nullopt;
     size_t slash = url.find('/', 7), colon = url.find(':', 7);
-    std::string authority = url.substr(7, slash - 7),
-                path = slash == std::string::npos ? "/" : url.substr(slash);
+    std::string path = slash == std::string::npos ? "/" : url.substr(slash);
     struct sockaddr_in address = {};
     address.sin_family = AF_INET;
     address.sin_port = htons(static_cast<uint16_t>(colon < slash ? atoi(url.c_str() + colon + 1) : 80));
-    inet_pton(AF_INET, authority.substr(0, authority.find(':')).c_str(), &address.sin_addr);
+    inet_pton(AF_INET, url.substr(7, std::min(colon, slash) - 7).c_str(), &address.sin_addr);
     int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    std::string request = "GET " + path + " HTTP/1.0\r\nHost: " + authority + "\r\n\r\n", response;
+    std::string request = "GET " + path + " HTTP/1.0\r\n\r\n", response;
     if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
         write(fd, request.data(), request.size()) > 0) {
         char buffer[65536];
@@ -58,11 +57,9 @@ std::optional<FakeBrowser::Reply> FakeBrowser::fetch(const std::string& url) {
             response.append(buffer, static_cast<size_t>(n));
     }
     close(fd);
-    size_t end = response.find("\r\n\r\n"), type = response.find("Content-Type: ");
+    size_t end = response.find("\r\n\r\n");
     if (end == std::string::npos) return std::nullopt;
-    std::string mime =
-        type < end ? response.substr(type + 14, response.find("\r\n", type) - type - 14) : "text/plain";
-    return Reply{mime, std::make_shared<const std::string>(response.substr(end + 4))};
+    return Reply{"text/plain", std::make_shared<const std::string>(response.substr(end + 4))};
 }
 
 void FakeBrowser::pump(int limit) {
@@ -92,10 +89,8 @@ void FakeBrowser::pump(int limit) {
         if (reply && stream.open(reply->first, static_cast<uint32_t>(reply->second->size()))) {
             const std::string& body = *reply->second;
             size_t end = cutAfterBytes > 0 && cutAfterBytes < body.size() ? cutAfterBytes : body.size();
-            if (!stream.write(body.data(), end, static_cast<size_t>(std::max<int32_t>(chunkSize, 1))))
-                reason = NPRES_NETWORK_ERR;
-            else if (end < body.size())
-                reason = cutReason;
+            bool written = stream.write(body.data(), end, static_cast<size_t>(std::max(chunkSize, 1)));
+            reason = !written ? NPRES_NETWORK_ERR : end < body.size() ? cutReason : NPRES_DONE;
         }
         stream.finish(reason);
     }

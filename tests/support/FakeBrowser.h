@@ -16,23 +16,16 @@
 
 class FakeBrowser : private NpapiHost::Handler {
 public:
-    // One call the plug-in made into the browser: "geturl", "geturlnotify", "uagent", "setvalue", ...
+    // One call the plug-in made into the browser: "geturl", "geturlnotify", "setvalue", ...
     struct Call {
         std::string function, url;
     };
     using Instance = NpapiHost::Instance;
     using Parameters = NpapiHost::Parameters;
-    // A page function: its name and argument text -> its return value, if any.
-    using Page =
-        std::function<std::optional<std::string>(const std::string& function, const std::string& argument)>;
 
     explicit FakeBrowser(const std::string& pluginPath) : m_host(pluginPath, *this) {}  // not copyable
 
-    bool loaded() const { return m_host.loaded(); }
-    const char* getMIMEDescription() const { return m_host.getMIMEDescription(); }
-    NPError getValue(void* future, NPPVariable variable, void* value) const {
-        return m_host.getValue(future, variable, value);
-    }
+    const NpapiHost& host() const { return m_host; }  // NP_GetMIMEDescription, NP_GetValue
     // NP_Initialize with a browser table of this version and size (472 and 0.27 are today's).
     NPError initialize(uint16_t version = 27, uint16_t size = 472, uint16_t pluginTableSize = 168) {
         return m_host.initialize(version, size, pluginTableSize);
@@ -49,7 +42,9 @@ public:
     void pump(int limit = 1000);
 
     // Test controls.
-    Page page = [](const std::string&, const std::string&) { return std::optional<std::string>(); };
+    // The page: (function name, argument text) -> the function's return value, if any.
+    std::function<std::optional<std::string>(const std::string&, const std::string&)> page =
+        [](const std::string&, const std::string&) { return std::optional<std::string>(); };
     std::string userAgent = "Mozilla/5.0 (X11; Linux x86_64) FakeBrowser/1.0";
     int32_t chunkSize = 4096;  // largest piece handed to NPP_Write
     bool failNetwork = false;  // http requests end with a network error, no stream
@@ -57,10 +52,7 @@ public:
     size_t cutAfterBytes = 0;
     NPReason cutReason = NPRES_NETWORK_ERR;
     bool quiet = false;  // neither record calls nor run page calls (for measurements)
-    void serve(const std::string& url, const std::string& mimeType, const std::string& body) {
-        serveShared(url, mimeType, std::make_shared<const std::string>(body));
-    }
-    // Serves a body the caller keeps alive, without copying it.
+    // Serves `body` (kept alive by the caller too, never copied) for `url`.
     void serveShared(const std::string& url, const std::string& mimeType,
                      std::shared_ptr<const std::string> body) {
         m_served[url] = {mimeType, std::move(body)};
@@ -72,10 +64,7 @@ public:
 private:
     NPError requestUrl(NPP instance, const char* url, const char* target, void* notifyData,
                        bool notify) override;
-    const char* userAgentOf(NPP) override {
-        m_calls.push_back({"uagent", ""});
-        return userAgent.c_str();
-    }
+    const char* userAgentOf(NPP) override { return userAgent.c_str(); }
     void noteCall(const char* function, NPP, const std::string& detail, void*) override {
         m_calls.push_back({function, detail});
     }

@@ -1,7 +1,6 @@
 #include "FakeService.h"
 
 #include <arpa/inet.h>
-#include <cstring>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>

@@ -17,8 +17,6 @@ public:
 
     explicit FakeService(int port = 44444);
     ~FakeService();
-    FakeService(const FakeService&) = delete;
-    FakeService& operator=(const FakeService&) = delete;
 
     bool listening() const { return m_listener >= 0; }
     // With `raw`, what `reply` returns is sent as it is, not as the body of an HTTP response.

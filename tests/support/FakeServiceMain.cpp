@@ -48,9 +48,8 @@ int main(int, char** argv) {
         if (!service->listening()) return 1;
         service->setReply([run](const std::string& line) {
             std::ofstream(run + "requests.log", std::ios::app) << line << "\n";
-            size_t query = line.find('?');
-            std::string text =
-                query == std::string::npos ? "" : line.substr(query + 1, line.rfind(" HTTP") - query - 1);
+            size_t query = line.find('?') + 1;  // every request asks for /vpn.php?...
+            std::string text = line.substr(query, line.rfind(" HTTP") - query);
             if (text == "CONNECT") return std::string("connected");
             if (text.rfind("INFO", 0) == 0) usleep(200000);  // an idle service: let a page that polls breathe
             size_t say = text.find("say=");

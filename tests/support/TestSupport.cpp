@@ -1,6 +1,5 @@
 #include "TestSupport.h"
 
-#include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
 #include <fstream>
@@ -12,30 +11,22 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-std::string CapturingLog::text() const {
-    std::string all;
-    for (const std::string& line : m_lines) all += line;
-    return all;
-}
-
 CommandResult runCommand(const std::vector<std::string>& argv) {
-    char out[] = "/tmp/passway-run-XXXXXX", err[] = "/tmp/passway-run-XXXXXX";
-    int outFd = mkstemp(out), errFd = mkstemp(err);
+    char out[] = "/tmp/passway-run-XXXXXX";
+    int outFd = mkstemp(out);
     pid_t pid = fork();
     if (pid == 0) {
         dup2(open("/dev/null", O_RDONLY), 0);
         dup2(outFd, 1);
-        dup2(errFd, 2);
-        std::vector<char*> args;
-        for (const std::string& a : argv) args.push_back(const_cast<char*>(a.c_str()));
-        args.push_back(nullptr);
+        std::vector<char*> args(argv.size() + 1);  // ends with a null
+        for (size_t i = 0; i < argv.size(); ++i) args[i] = const_cast<char*>(argv[i].c_str());
         execv(args[0], args.data());
         _exit(127);
     }
     int status = 0;
     waitpid(pid, &status, 0);
-    CommandResult result{WIFEXITED(status) ? WEXITSTATUS(status) : -1, readFile(out), readFile(err)};
-    close(outFd), close(errFd), unlink(out), unlink(err);
+    CommandResult result{WIFEXITED(status) ? WEXITSTATUS(status) : -1, readFile(out)};
+    close(outFd), unlink(out);
     return result;
 }
 
@@ -52,9 +43,8 @@ TempHome::~TempHome() {
 }
 
 std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream content;
-    content << in.rdbuf();
+    std::ostringstream content;
+    content << std::ifstream(path, std::ios::binary).rdbuf();  // nothing for a folder or a missing file
     return content.str();
 }
 
@@ -69,11 +59,10 @@ std::string testDataPath(const std::string& name) {
 }
 
 std::string signDigest(const std::string& keyFile, const std::string& digest, const char* digestName) {
-    FILE* f = fopen(testDataPath(keyFile).c_str(), "r");
-    if (f == nullptr) return "";
-    std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> key(PEM_read_PrivateKey(f, nullptr, nullptr, nullptr),
-                                                            EVP_PKEY_free);
-    fclose(f);
+    std::unique_ptr<BIO, decltype(&BIO_free)> file(BIO_new_file(testDataPath(keyFile).c_str(), "r"),
+                                                   BIO_free);
+    std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> key(
+        file ? PEM_read_bio_PrivateKey(file.get(), nullptr, nullptr, nullptr) : nullptr, EVP_PKEY_free);
     if (!key) return "";
     std::unique_ptr<EVP_PKEY_CTX, decltype(&EVP_PKEY_CTX_free)> ctx(EVP_PKEY_CTX_new(key.get(), nullptr),
                                                                     EVP_PKEY_CTX_free);
@@ -98,9 +87,12 @@ std::string opensslMd5(const std::string& data) {
 
 std::string opensslBase64(const std::string& bytes) {
     std::string out(4 * ((bytes.size() + 2) / 3) + 1, '\0');
-    int n =
-        EVP_EncodeBlock(reinterpret_cast<unsigned char*>(&out[0]),
-                        reinterpret_cast<const unsigned char*>(bytes.data()), static_cast<int>(bytes.size()));
-    out.resize(static_cast<size_t>(n));
+    out.resize(static_cast<size_t>(EVP_EncodeBlock(reinterpret_cast<unsigned char*>(&out[0]),
+                                                   reinterpret_cast<const unsigned char*>(bytes.data()),
+                                                   static_cast<int>(bytes.size()))));
     return out;
+}
+
+std::string signatureOf(const std::string& body, const std::string& keyFile) {
+    return opensslBase64(signDigest(keyFile, opensslMd5(body)));
 }

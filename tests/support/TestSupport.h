@@ -22,28 +22,27 @@ public:
     const char* GetLogName() override { return "capture"; }
     int WriteLogItem(const char* line) override {
         m_lines.emplace_back(line != nullptr ? line : "");
+        m_text += m_lines.back();
         return static_cast<int>(m_lines.back().size());
     }
 
     const std::vector<std::string>& lines() const { return m_lines; }
     // All lines joined, for substring checks.
-    std::string text() const;
-    void clear() { m_lines.clear(); }
+    const std::string& text() const { return m_text; }
 
 private:
     std::vector<std::string> m_lines;
+    std::string m_text;
 };
 
 // Installs a CapturingLog as the process log for one scope and puts the previous one back.
 class ScopedCapturingLog : public CapturingLog {
 public:
-    explicit ScopedCapturingLog(int level = 1) : CapturingLog(level), m_previous(errorLog) {
-        errorLog = this;
-    }
+    explicit ScopedCapturingLog(int level = 1) : CapturingLog(level) { errorLog = this; }
     ~ScopedCapturingLog() override { errorLog = m_previous; }
 
 private:
-    IUErrorLog* m_previous;
+    IUErrorLog* m_previous = errorLog;
 };
 
 // Makes every AutoMemory allocation fail for one scope, to reach the out-of-memory paths.
@@ -66,9 +65,9 @@ inline const char* nullText() {
 
 struct CommandResult {
     int exitCode = -1;  // the exit status, or -1 when the program did not exit normally
-    std::string out, err;
+    std::string out;
 };
-// Runs `argv[0]` with the arguments (no shell), standard input from /dev/null; collects what it printed.
+// Runs `argv[0]` with the arguments (no shell), standard input from /dev/null; collects its standard output.
 CommandResult runCommand(const std::vector<std::string>& argv);
 
 // A fresh temporary folder set as HOME for one scope; removed with everything in it afterwards.
@@ -102,5 +101,7 @@ std::string signDigest(const std::string& keyFile, const std::string& digest, co
 std::string opensslMd5(const std::string& data);
 // Base64 of raw bytes, by OpenSSL.
 std::string opensslBase64(const std::string& bytes);
+// The base64 signature of `body`'s MD5 with the key in tests/data/`keyFile`, as a portal hands it out.
+std::string signatureOf(const std::string& body, const std::string& keyFile = "test-signing-key.pem");
 
 #endif
