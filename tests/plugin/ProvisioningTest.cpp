@@ -58,9 +58,8 @@ TEST_F(Provisioning, ASignedPackageIsDownloadedVerifiedAndInstalled) {
     EXPECT_FALSE(logged("pass word")) << "the password never reaches the log";
 }
 
-// A bad signature (none, another key's) or a broken download (a wrong type, a network
-// error, a user break) never runs the installer. An unverified file goes; a partial one stays, the user's
-// alone.
+// A bad signature (none, another key's) or a broken download (a wrong type, a network error, a user break)
+// never runs the installer. An unverified file goes; a partial one stays, the user's alone.
 TEST_F(Provisioning, NothingUnverifiedIsInstalled) {
     const std::string tar = "application/x-tar", good = signatureOf(kPackage);
     const struct {
