@@ -29,6 +29,7 @@ public:
     const std::vector<std::string>& lines() const { return m_lines; }
     // All lines joined, for substring checks.
     const std::string& text() const { return m_text; }
+    void clear() { m_lines.clear(), m_text.clear(); }  // the fuzz targets' log keeps one input's lines
 
 private:
     std::vector<std::string> m_lines;
