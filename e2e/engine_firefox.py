@@ -20,6 +20,7 @@ import shutil
 import subprocess
 import urllib.parse
 
+from demo_setup import read
 from engine_bridge import HOST_NAME, BridgeEngine, poll
 from marionette import Marionette, MarionetteError
 
@@ -154,10 +155,5 @@ def write_json(path, value):
 
 
 def read_port(path):
-    try:
-        with open(path) as f:
-            text = f.read().strip()
-        return int(text) if text.isdigit() else None
-    except OSError:
-        return None
-
+    text = read(path).strip()
+    return int(text) if text.isdigit() else None
