@@ -20,7 +20,10 @@ class Marionette:
 
     def _receive(self):
         """The next message: its length in decimal, a colon, its JSON text."""
-        while b':' not in self.buffer or len(self.buffer.partition(b':')[2]) < int(self.buffer.partition(b':')[0]):
+        while True:
+            length, colon, rest = self.buffer.partition(b':')
+            if colon and len(rest) >= int(length):
+                break
             try:
                 chunk = self.socket.recv(65536)
             except OSError as error:
@@ -28,7 +31,6 @@ class Marionette:
             if not chunk:
                 raise MarionetteError('the browser closed the connection')
             self.buffer += chunk
-        length, _, rest = self.buffer.partition(b':')
         text, self.buffer = rest[:int(length)], rest[int(length):]
         return json.loads(text)
 
