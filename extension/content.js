@@ -1,49 +1,68 @@
 'use strict';
-// Finds the plug-in's elements in this frame (<embed> and <object> of the plug-in's type, present at load
-// or added later) and reports to the background each one that appears, with its attributes in document
-// order, and each one that goes away. Runs the package downloads the background asks for
+// Finds the elements of this frame that the plug-in serves (embedding.js: present at load or added later)
+// and reports to the background each one that appears, with the parameters an NPAPI browser would hand
+// the plug-in, and each one that goes away. Runs the package downloads the background asks for
 // (content-fetch.js). Talks to the background over one port, opened when the first element appears.
-
-const PLUGIN_TYPE = 'application/x-orvane-sslvpn';
 
 const tracked = new Map();  // element -> its key in this frame
 const fetches = new PackageFetches();
 let nextKey = 1;
 let port = null;
 
-function isPluginElement(node) {
-  return node.nodeType === Node.ELEMENT_NODE && (node.localName === 'embed' || node.localName === 'object') &&
-    (node.getAttribute('type') ?? '').trim().toLowerCase() === PLUGIN_TYPE;
+// Whether the browser lays the element out: an NPAPI browser makes no instance for an element with no box
+// (display: none, or fallback content that the browser does not show).
+function isShown(element) {
+  return typeof element.checkVisibility === 'function' ? element.checkVisibility() : true;
 }
 
 function announce(element, key) {
-  const attributes = Array.from(element.attributes, (attribute) => [attribute.name, attribute.value]);
-  channel().postMessage({ op: 'appear', key, attributes });
+  channel().postMessage({ op: 'appear', key, attributes: parametersOf(element) });
 }
 
 function appear(element) {
   const key = nextKey++;
   tracked.set(element, key);
+  sizes.observe(element);
   announce(element, key);
 }
 
 function vanish(element) {
   const key = tracked.get(element);
   tracked.delete(element);
+  sizes.unobserve(element);
   port?.postMessage({ op: 'vanish', key });
 }
 
-// An element counts while it is in the document and of the plug-in's type.
-function review(element) {
-  const wanted = element.isConnected && isPluginElement(element);
-  if (wanted && !tracked.has(element)) appear(element);
-  else if (!wanted && tracked.has(element)) vanish(element);
+// Brings the instances in line with the page: the elements the plug-in serves now, in document order.
+// Those it no longer serves go first, then those that changed (`renewed`: their instance is made again
+// with the new parameters, as an NPAPI browser does), then those that are new.
+function review(renewed = new Set()) {
+  const candidates = document.querySelectorAll('embed, object');
+  const wanted = new Set();
+  for (const element of candidates) {
+    if (servedElement(element, isShown)) wanted.add(element);
+    else if (asksForPlugin(element)) sizes.observe(element);  // it may be laid out later
+  }
+  for (const element of [...tracked.keys()]) {
+    if (!wanted.has(element) || !element.isConnected) vanish(element);
+  }
+  for (const element of wanted) {
+    if (tracked.has(element) && renewed.has(element)) vanish(element);
+    if (!tracked.has(element)) appear(element);
+  }
 }
 
-function scan(root) {
-  if (root.nodeType !== Node.ELEMENT_NODE && root.nodeType !== Node.DOCUMENT_NODE) return;
-  if (root.nodeType === Node.ELEMENT_NODE) review(root);
-  for (const element of root.querySelectorAll('embed, object')) review(element);
+// An element's instance is made again when an <object>'s children change (<param> elements added or
+// removed, even text) or when what it loads (data, src) changes; other attribute changes leave it be.
+function changedElements(mutations) {
+  const renewed = new Set();
+  for (const mutation of mutations) {
+    const target = mutation.target;
+    if (!tracked.has(target)) continue;
+    if (mutation.type === 'childList' && target.localName === 'object') renewed.add(target);
+    else if (mutation.attributeName === 'data' || mutation.attributeName === 'src') renewed.add(target);
+  }
+  return renewed;
 }
 
 function fromBackground(message) {
@@ -81,16 +100,13 @@ addEventListener('pagehide', () => {
   tracked.clear();
 });
 addEventListener('pageshow', (event) => {
-  if (event.persisted) scan(document);
+  if (event.persisted) review();
 });
 
-new MutationObserver((mutations) => {
-  for (const element of tracked.keys()) {
-    if (!element.isConnected) vanish(element);
-  }
-  for (const mutation of mutations) {
-    if (mutation.type === 'attributes') review(mutation.target);
-    else for (const node of mutation.addedNodes) scan(node);
-  }
-}).observe(document, { childList: true, subtree: true, attributes: true, attributeFilter: ['type'] });
-scan(document);
+// Style changes that hide or show an element reach the page through its size.
+const sizes = new ResizeObserver(() => review());
+new MutationObserver((mutations) => review(changedElements(mutations))).observe(document, {
+  childList: true, subtree: true, attributes: true,
+  attributeFilter: ['type', 'data', 'src', 'style', 'class', 'hidden'],
+});
+review();

@@ -167,8 +167,10 @@ void Bridge::hello(const json& message) {
     std::string origin = "?";
     text(message, "origin", origin);
     hostLog("plug-in %s loaded for %s", m_pluginPath.c_str(), origin.c_str());
+    const char* mimeDescription = m_npapi->getMIMEDescription != nullptr ? m_npapi->getMIMEDescription() : nullptr;
     m_out.send({{"op", "ready"}, {"plugin", m_pluginPath}, {"name", name ? name : ""},
-                {"description", description ? description : ""}});
+                {"description", description ? description : ""},
+                {"mimeDescription", mimeDescription ? mimeDescription : ""}});
 }
 
 void Bridge::create(const json& message) {
@@ -353,7 +355,11 @@ void Bridge::endFetch(uint64_t id, NPReason reason, bool cancel) {
     if (it == m_fetches.end()) return;
     Fetch fetch = std::move(it->second);
     m_fetches.erase(it);
-    if (fetch.stream != nullptr) fetch.stream->finish(reason);
+    const Pending& request = fetch.request;
+    if (fetch.stream == nullptr)  // no answer yet: the request ends without a stream
+        fetch.stream = std::make_unique<NpapiHost::Stream>(*m_npapi, request.instance, request.url,
+                                                           request.notifyData, request.notify);
+    fetch.stream->finish(reason);
     if (reason != NPRES_DONE) removePartialFile(fetch);
     if (cancel) {
         m_out.send({{"op", "cancel"}, {"request", id}});
@@ -361,8 +367,20 @@ void Bridge::endFetch(uint64_t id, NPReason reason, bool cancel) {
     }
 }
 
-// Gives up whatever the element still waits for, without telling the plug-in: the element is going away.
+// Ends what the element still waits for, before its NPP_Destroy, as an NPAPI browser stops the loads of an
+// element it destroys: its service requests and fetches end with a network error (the plug-in is told, and
+// after a failed service request asks the service itself); its page calls not yet answered, and whatever
+// the plug-in asks for meanwhile, are dropped.
 void Bridge::endElement(NPP instance) {
+    for (auto& service : m_service)
+        if (service->instance() == instance) service->stop();
+    m_service.erase(std::remove_if(m_service.begin(), m_service.end(),
+                                   [&](const std::unique_ptr<ServiceRequest>& s) { return s->fd() < 0; }),
+                    m_service.end());
+    std::vector<uint64_t> fetches;
+    for (const auto& [id, fetch] : m_fetches)
+        if (fetch.request.instance == instance) fetches.push_back(id);
+    for (uint64_t id : fetches) endFetch(id, NPRES_NETWORK_ERR, true);
     m_queue.erase(std::remove_if(m_queue.begin(), m_queue.end(), [&](const Pending& p) { return p.instance == instance; }),
                   m_queue.end());
     for (auto it = m_calls.begin(); it != m_calls.end();) {
@@ -373,18 +391,6 @@ void Bridge::endElement(NPP instance) {
         if (m_dropped.size() < kMaxDropped) m_dropped.insert(it->first);
         it = m_calls.erase(it);
     }
-    std::vector<uint64_t> fetches;
-    for (const auto& [id, fetch] : m_fetches)
-        if (fetch.request.instance == instance) fetches.push_back(id);
-    for (uint64_t id : fetches) {
-        removePartialFile(m_fetches[id]);
-        m_fetches.erase(id);
-        m_out.send({{"op", "cancel"}, {"request", id}});
-        if (m_dropped.size() < kMaxDropped) m_dropped.insert(id);
-    }
-    m_service.erase(std::remove_if(m_service.begin(), m_service.end(),
-                                   [&](const std::unique_ptr<ServiceRequest>& s) { return s->instance() == instance; }),
-                    m_service.end());
 }
 
 int64_t Bridge::elementOf(NPP instance) const {

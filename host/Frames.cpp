@@ -28,6 +28,7 @@ bool FrameWriter::frame(const std::string& text) {
 
 bool FrameWriter::send(json message) {
     message["version"] = kProtocolVersion;
+    message["hostVersion"] = kHostVersion;
     std::string text = message.dump(-1, ' ', false, json::error_handler_t::replace);
     if (text.size() <= kMaxFrameOut) return frame(text);
     // ASCII slices (escapes for everything else), so that a slice can end anywhere; escaped again inside
@@ -36,7 +37,8 @@ bool FrameWriter::send(json message) {
     constexpr size_t kSlice = (kMaxFrameOut - 1024) / 2;
     uint64_t id = m_nextPart++;
     for (size_t at = 0; at < text.size(); at += kSlice) {
-        json part = {{"op", "part"}, {"id", id}, {"data", text.substr(at, kSlice)}, {"version", kProtocolVersion}};
+        json part = {{"op", "part"}, {"id", id}, {"data", text.substr(at, kSlice)}, {"version", kProtocolVersion},
+                     {"hostVersion", kHostVersion}};
         if (at + kSlice >= text.size()) part["last"] = true;
         if (!frame(part.dump())) return false;
     }

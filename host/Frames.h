@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 
 constexpr int kProtocolVersion = 1;
+constexpr char kHostVersion[] = PASSWAY_HOST_VERSION;  // the host's own version (the project's)
 constexpr uint32_t kMaxFrameIn = 64u << 20;   // the browser sends no more than this in one message
 constexpr uint32_t kMaxFrameOut = 1u << 20;   // the browser drops the connection past this
 
@@ -27,7 +28,7 @@ private:
 };
 
 // Writes messages as frames through `sink` (which writes all the bytes it is given, or returns false).
-// Every message gets "version". One whose frame would pass kMaxFrameOut is sent as "part" frames: slices
+// Every message gets "version" (the protocol's) and "hostVersion". One whose frame would pass kMaxFrameOut is sent as "part" frames: slices
 // of its JSON text, the last marked "last": true. Bytes that are not UTF-8 become U+FFFD.
 class FrameWriter {
 public:

@@ -162,7 +162,6 @@ void ServiceRequest::finish(NPReason reason) {
     m_stream.finish(reason);
 }
 
-void ServiceRequest::abandon() {
-    if (m_fd >= 0) close(m_fd);
-    m_fd = -1;
+void ServiceRequest::stop() {
+    if (m_fd >= 0) finish(NPRES_NETWORK_ERR);
 }

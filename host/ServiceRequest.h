@@ -32,8 +32,9 @@ public:
     // Ends the request with a network error when the service has been silent too long; false once over.
     bool checkSilence(time_t now);
     NPP instance() const { return m_stream.instance(); }
-    // Ends the request without telling the plug-in (its element is gone).
-    void abandon();
+    // Ends the request as a browser ends the loads of an element it destroys: the plug-in hears a network
+    // error (and may ask the service itself, as it does in a browser).
+    void stop();
 
 private:
     void finish(NPReason reason);

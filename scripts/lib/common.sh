@@ -4,7 +4,7 @@ PASSWAY_ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 PASSWAY_JOBS=$(nproc 2>/dev/null || echo 2)
 
 # The Debian packages a build and its tests need; the real-browser run needs the second set.
-PASSWAY_PACKAGES=(cmake make g++ pkg-config libssl-dev libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev)
+PASSWAY_PACKAGES=(cmake make g++ pkg-config libssl-dev libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev nodejs)
 PASSWAY_BROWSER_PACKAGES=(xvfb xauth python3 python3-pyqt5.qtwebkit chromium firefox-esr)
 # The Debian package's check (scripts/check-deb): dpkg-shlibdeps for its dependencies, lintian.
 PASSWAY_PACKAGING_PACKAGES=(dpkg-dev lintian)

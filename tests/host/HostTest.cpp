@@ -160,6 +160,38 @@ TEST_F(BridgeTest, AServiceReplyReachesThePageAsTextAndARefusedConnectionDropsTh
     EXPECT_EQ(std::vector<std::string>{"GET /vpn.php?INFO HTTP/1.0"}, service.requests()) << "not its own";
 }
 
+// ready names the plug-in as it reports itself through its entry points; every message carries the
+// protocol's version and the host's own.
+TEST_F(BridgeTest, ReadyTellsWhatThePluginReportsAndEveryMessageTheVersions) {
+    send(kHello);
+    send(R"({"op":"destroy","element":9})");
+    const json& ready = sent.at(0);
+    EXPECT_EQ("ready", ready["op"]);
+    EXPECT_EQ("Orvane Passway plugin", ready["name"]);
+    EXPECT_EQ("Orvane Passway plugin, Ver. 7135.2016.429.1", ready["description"]);
+    EXPECT_EQ("application/x-orvane-sslvpn:xvpn:Orvane Passway plugin", ready["mimeDescription"]);
+    for (const json& message : sent) {
+        EXPECT_EQ(1, message["version"]);
+        EXPECT_EQ(PASSWAY_HOST_VERSION, message["hostVersion"]);
+    }
+}
+
+// An element destroyed while its service request is open: the request ends with a network error before
+// NPP_Destroy, as a browser ends it, so the plug-in asks the service itself once more; the page hears
+// nothing of it (its element is gone).
+TEST_F(BridgeTest, AnElementDestroyedWithARequestOpenLetsThePluginAskTheServiceItself) {
+    FakeService service;
+    send(kHello);
+    send(kProbe);
+    ASSERT_EQ(1u, bridge.watched().size());
+    send({{"op", "destroy"}, {"element", 4}});
+    EXPECT_EQ("destroyed", sent.back()["op"]);
+    EXPECT_TRUE(bridge.watched().empty());
+    // The host's request, then the plug-in's own (HTTP/1.1 is its).
+    EXPECT_EQ((std::vector<std::string>{"GET /vpn.php?INFO HTTP/1.0", "GET /vpn.php?INFO HTTP/1.1"}), service.requests());
+    EXPECT_EQ("", calls);
+}
+
 // The fetched package is streamed, verified and installed; after a body that breaks or a tab that closes, no
 // partial package stays.
 TEST_F(BridgeTest, ThePackageIsInstalledWholeAndNoPartOfABrokenOneStays) {
