@@ -54,8 +54,7 @@ class DemoPortal:
             shutil.copy(os.path.join(build, 'plugin', 'libtunvo_plugin_testroot.so'), self.plugins)
             # The portal's web site: its page and the client package (served as application/x-tar).
             site = os.path.join(self.work, 'site')
-            os.makedirs(site)
-            shutil.copy(os.path.join(source, 'e2e', 'portal', 'index.html'), site)
+            shutil.copytree(os.path.join(source, 'e2e', 'portal'), site)
             self.package = os.path.join(site, 'package.tar')
             self.write_package(os.path.join(source, 'tests', 'data', 'test-installer.sh'))
             sign = os.path.join(build, 'tools', 'passway-sign')
@@ -86,8 +85,8 @@ class DemoPortal:
     def start_server(self, argv):
         return subprocess.Popen(argv, stderr=open(os.path.join(self.work, 'server.log'), 'w'))
 
-    def url(self, query=''):
-        return 'http://127.0.0.1:%d/index.html%s' % (self.port, '?' + query if query else '')
+    def url(self, query='', page='index.html'):
+        return 'http://127.0.0.1:%d/%s%s' % (self.port, page, '?' + query if query else '')
 
     def reset_root(self):
         """Stops the service and leaves an empty test root (with var/run/)."""

@@ -131,16 +131,18 @@ class BridgeEngine:
         self.approved.add(origin)
 
     # ---- the shared visits ------------------------------------------------------------------------
-    def visit(self, url, until, screenshot=None):
+    def visit(self, url, until, screenshot=None, ready=None):
         """Opens url in the tab (approving its origin in the popup when neither the policy nor the user has),
-        waits until the JavaScript expression `until` holds, reads the page, takes the screenshot, and
-        leaves the page."""
+        waits until the JavaScript expression `until` holds (and `ready()`, when given: the host makes the
+        plug-in's instances a moment after the page shows its elements), reads the page, takes the
+        screenshot, and leaves the page."""
         self.go(self.tab, url)
         origin = '%s://%s' % urllib.parse.urlsplit(url)[:2]
         if origin not in self.approved:
             self.loaded(self.tab)
             self.approve(origin)
-        if not poll(lambda: self.holds(self.tab, until)) and origin == self.portal_origin and self.policy:
+        if not poll(lambda: self.holds(self.tab, until) and (ready is None or ready())) and \
+                origin == self.portal_origin and self.policy:
             asked, _, _ = self.waits_for_approval(origin, seconds=1)
             if asked:
                 raise RuntimeError('the policy (%s) did not approve %s: the extension asks the user'

@@ -26,8 +26,9 @@ class QtWebKitEngine:
     def start(self, run):
         self.env = dict(run.env, QTWEBKIT_PLUGIN_PATH=run.plugins)
 
-    def visit(self, url, until, screenshot=None):
-        """Opens url, waits until the JavaScript expression `until` holds, reads the page, leaves it."""
+    def visit(self, url, until, screenshot=None, ready=None):
+        """Opens url, waits until the JavaScript expression `until` holds, reads the page, leaves it. (The
+        browser makes plug-in instances as it lays the page out: `ready` needs no wait of its own.)"""
         args = [QT_PYTHON, self.driver, url, until, str(WAIT)] + ([screenshot] if screenshot else [])
         out = subprocess.run(args, env=self.env, capture_output=True, text=True, timeout=WAIT + 60).stdout
         for line in out.splitlines():

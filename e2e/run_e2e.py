@@ -7,8 +7,9 @@ extension), the portal's origin is approved by the administrator's policy, and t
 bridge: a portal origin nobody approved waits and starts no host until the user allows it in the
 extension's popup, and a quote in a service reply reaches the page as text.
 
-usage: run_e2e.py BUILD_DIR SOURCE_DIR [--engine qtwebkit|chromium|firefox] [--host=PATH] [--window]
---window shows Chromium or Firefox in a window on $DISPLAY instead of running it headless.
+usage: run_e2e.py BUILD_DIR SOURCE_DIR [--engine qtwebkit|chromium|firefox] [--host=PATH] [--window] [--only=V,...]
+--window shows Chromium or Firefox in a window on $DISPLAY instead of running it headless; --only makes
+only the visits named (embeddings, install, connect, ...), in their order.
 --host names passway-host (default BUILD_DIR/host/passway-host); an empty one means that the build has none,
 and the Chromium and Firefox runs skip. The environment variable PASSWAY_E2E_HOST, when set, names another
 host to test. Prints what the page heard on each visit, where the screenshot after the install is, and how
@@ -27,6 +28,7 @@ import urllib.parse
 sys.dont_write_bytecode = True  # importing the shared modules leaves no __pycache__ in the source tree
 from demo_setup import DemoPortal, read
 from devtools_pipe import DevToolsError
+from embedding_cases import visit_cases
 from engine_bridge import poll
 from engine_chromium import ChromiumEngine
 from engine_firefox import FirefoxEngine
@@ -65,10 +67,11 @@ class Run(DemoPortal):
     def run_file(self, name):
         return read(os.path.join(self.root, 'var', 'run', name))
 
-    def visit(self, query, until, screenshot=None, lines=None):
-        page, self.status = self.engine.visit(self.url(query), until, screenshot)
-        print('\n'.join('   ' + line for line in page[:lines]))
-        print('   status line: %s' % self.status)
+    def visit(self, query, until, screenshot=None, lines=None, page='index.html', ready=None):
+        page, self.status = self.engine.visit(self.url(query, page), until, screenshot, ready)
+        if lines != 0:
+            print('\n'.join('   ' + line for line in page[:lines]))
+            print('   status line: %s' % self.status)
         return page
 
     def install_query(self, signature):
@@ -76,6 +79,11 @@ class Run(DemoPortal):
 
 
 # ---- the visits every engine makes -----------------------------------------------------------------
+def embeddings(run):
+    print('== visit 0: every way a page embeds the plug-in, as QtWebKit serves it')
+    visit_cases(run, check)
+
+
 def install(run):
     print('== visit 1: install the client')
     screenshot = os.path.join(run.build, 'e2e', run.engine.screenshot_name)
@@ -192,7 +200,7 @@ def quote_in_reply(run):
     check(int(sent[0]) > 2, 'quote: the message numbers started again (z=%s)' % sent[0])
 
 
-VISITS = [install, connect, leave, probe, bad_signature]
+VISITS = [embeddings, install, connect, leave, probe, bad_signature]
 BRIDGE_VISITS = [user_approval, quote_in_reply]
 
 
@@ -203,6 +211,7 @@ def main():
     parser.add_argument('--engine', choices=sorted(ENGINES), default='qtwebkit')
     parser.add_argument('--host', help='passway-host for the Chromium and Firefox runs (empty: the build has none)')
     parser.add_argument('--window', action='store_true', help='Chromium or Firefox in a window on $DISPLAY')
+    parser.add_argument('--only', help='the visits to make, by name, comma-separated (default: all)')
     args = parser.parse_args()
     build, source = os.path.abspath(args.build), os.path.abspath(args.source)
     host = os.environ.get('PASSWAY_E2E_HOST') or args.host
@@ -222,6 +231,8 @@ def main():
     try:
         engine.start(run)
         visits = VISITS + (BRIDGE_VISITS if engine.bridge else [])
+        if args.only:
+            visits = [visit for visit in visits if visit.__name__ in args.only.split(',')]
         for visit in visits:
             began = time.monotonic()
             visit(run)
