@@ -117,6 +117,14 @@ def connect(run):
 def leave(run):
     print('== visit 3: leaving the page stopped the service')
     check(poll(lambda: run.service_pid() == 0, 30), 'leave: the service is still running after the page was left')
+    # The request open when the page went ends with a network error, and the plug-in asks the service once
+    # more itself (HTTP/1.1 is its own socket's), as in QtWebKit.
+    requests = run.run_file('requests.log').splitlines()
+    targets = [line.split(' ')[1] for line in requests]
+    print('   the service was asked: ' + ' '.join(targets))
+    check(targets == ['/vpn.php?' + q for q in ['CONNECT', 'hello&z=0', 'say=pong&z=1', 'bye&z=2', 'INFO&z=3', 'INFO']],
+          'leave: the service was asked %r' % targets)
+    check(requests[-1].endswith(' HTTP/1.1'), 'leave: the last request was not the plug-in\'s own: %r' % requests[-1])
 
 
 def probe(run):

@@ -49,12 +49,11 @@ export async function setWaiting(tabId, origins) {
   const key = WAITING_PREFIX + tabId;
   if (origins.length) await chrome.storage.session.set({ [key]: origins });
   else await chrome.storage.session.remove(key);
-  const title = origins.length
-    ? `Passway: ${origins.join(', ')} wants to use the VPN plug-in. Click to allow it.`
-    : '';  // back to the default title
+  const waiting = origins.length > 0;
+  // A tab that waits shows it; any other shows what the whole button shows (null: the tab's own value goes).
+  const title = waiting ? `Passway: ${origins.join(', ')} wants to use the VPN plug-in. Click to allow it.` : null;
   await Promise.all([
-    chrome.action.setBadgeText({ tabId, text: origins.length ? '?' : '' }),
-    chrome.action.setBadgeBackgroundColor({ tabId, color: '#c5221f' }),
+    chrome.action.setBadgeText({ tabId, text: waiting ? '?' : null }),
     chrome.action.setTitle({ tabId, title }),
   ]).catch(() => {});  // the tab is gone
 }

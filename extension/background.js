@@ -1,6 +1,8 @@
-// The service worker: one TabSession per tab that has plug-in elements. Content scripts connect with one
-// port per frame; a closed tab ends its session and its host; a new approval reaches every session.
+// The background: one TabSession per tab that has plug-in elements. Content scripts connect with one port
+// per frame; a closed tab ends its session and its host; a new approval reaches every session and the
+// origins that see the plug-in (presence.js).
 import { approvalsChanged, forgetTab } from './approval.js';
+import { applyPresence, hostStatus, probeHost } from './presence.js';
 import { TabSession } from './tab-session.js';
 
 const sessions = new Map();  // tab id -> TabSession
@@ -25,5 +27,10 @@ chrome.tabs.onRemoved.addListener((tabId) => {
 
 chrome.storage.onChanged.addListener((changes, area) => {
   if (!approvalsChanged(changes, area)) return;
+  applyPresence();
   for (const session of sessions.values()) session.approvalsChanged();
 });
+
+// A new browser session asks a host once whether it and the plug-in are there; a background started again
+// in the same session applies what it knows.
+hostStatus().then((status) => (status ? applyPresence() : probeHost()));

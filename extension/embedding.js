@@ -95,5 +95,3 @@ function parametersOf(element) {
   }
   return parameters;
 }
-
-if (typeof module === 'object') module.exports = { PLUGIN_TYPE, asksForPlugin, servedElement, parametersOf };

@@ -2,11 +2,10 @@
 // opened when the first element of an approved origin appears and kept until the tab closes (the plug-in
 // stays loaded across the tab's page loads, as in a browser). Protocol: docs/bridge.md.
 import { forgetTab, isApproved, setWaiting } from './approval.js';
+import { HOST_NAME, PROTOCOL_VERSION, statusOfDisconnect, statusOfMessage } from './host-status.js';
 import { callsInPage } from './page-call.js';
 import { PartJoiner } from './parts.js';
-
-const HOST_NAME = 'com.orvane.passway';
-const PROTOCOL_VERSION = 1;
+import { setHostStatus } from './presence.js';
 const MAX_CALLS_AT_ONCE = 256;  // page calls in one injection
 
 export class TabSession {
@@ -109,9 +108,15 @@ export class TabSession {
     if (this.#native) return;
     const native = chrome.runtime.connectNative(HOST_NAME);
     this.#native = native;
-    native.onMessage.addListener((message) => this.#fromHost(message));
+    let ready = false;
+    native.onMessage.addListener((message) => {
+      ready ||= message?.op === 'ready';
+      this.#fromHost(message);
+    });
     native.onDisconnect.addListener(() => {
-      console.warn(`passway: the host of tab ${this.#tabId} went away:`, chrome.runtime.lastError?.message ?? 'closed');
+      const reason = chrome.runtime.lastError?.message;
+      console.warn(`passway: the host of tab ${this.#tabId} went away:`, reason ?? 'closed');
+      if (!ready) setHostStatus(statusOfDisconnect(reason));  // missing, or ended before it could serve
       if (this.#native !== native) return;
       this.#native = null;
       // Its plug-in instances died with it; a page loaded later starts a new host.
@@ -139,10 +144,14 @@ export class TabSession {
   }
 
   #fromHost(message) {
-    if (message?.version !== PROTOCOL_VERSION) {
-      console.warn('passway: ignored a host message of another version:', message);
+    // Whether the host can serve, errors first: a host of another version says so in an error of its own.
+    const status = statusOfMessage(message);
+    if (status) setHostStatus(status);
+    if (message?.op === 'error') {
+      console.warn('passway: the host refused a message:', JSON.stringify(message));
       return;
     }
+    if (message?.version !== PROTOCOL_VERSION) return;  // the status says why
     if (message.op === 'part') {
       let whole;
       try {
@@ -173,9 +182,6 @@ export class TabSession {
         if (element) this.#toFrame(element.frame, { op: 'cancel', request: message.request });
         break;
       }
-      case 'error':
-        console.warn('passway: the host refused a message:', JSON.stringify(message));
-        break;
       default:
         console.warn('passway: unknown message from the host:', JSON.stringify(message));
     }

@@ -1,11 +1,12 @@
-'use strict';
 // The page rules of the extension (extension/embedding.js) against what QtWebKit hands the plug-in: each
 // row's text is the parameter text the plug-in built in QtWebKit for the same markup (the "vpnA" line of its
 // log, the browser's pid left out; the plug-in drops the names it consumes, none of which appear here).
-const test = require('node:test');
-const assert = require('node:assert');
-const { PLUGIN_TYPE, asksForPlugin, servedElement, parametersOf } = require('../../extension/embedding.js');
-const { el } = require('./fake-dom.js');
+import assert from 'node:assert';
+import test from 'node:test';
+import { el } from './fake-dom.js';
+import { contentScript } from './content-script.js';
+
+const { PLUGIN_TYPE, asksForPlugin, servedElement, parametersOf } = contentScript('embedding.js', ['PLUGIN_TYPE']);
 
 const T = PLUGIN_TYPE;
 const param = (name, value) => el('param', value === undefined ? { name } : { name, value });

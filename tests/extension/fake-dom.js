@@ -1,4 +1,3 @@
-'use strict';
 // A stand-in for the few DOM reads the extension's page rules make: elements with a local name, attributes
 // in order, children and a parent. el('object', {type: 'x'}, [el('param', {name: 'a', value: '1'})]).
 
@@ -21,6 +20,4 @@ class FakeElement {
   }
 }
 
-const el = (...args) => new FakeElement(...args);
-
-module.exports = { el };
+export const el = (...args) => new FakeElement(...args);
