@@ -25,9 +25,9 @@ HOST_NAME = 'com.orvane.passway'
 WAIT = 60  # seconds: the longest wait for anything a visit expects
 
 
-def poll(condition, seconds=WAIT, step=0.1):
+def poll(condition, seconds=None, step=0.1):
     """condition's first true value within `seconds`, else its last value."""
-    deadline = time.monotonic() + seconds
+    deadline = time.monotonic() + (WAIT if seconds is None else seconds)
     while True:
         value = condition()
         if value or time.monotonic() > deadline:
@@ -75,6 +75,12 @@ class BridgeEngine:
         self.env = dict(run.env, PASSWAY_HOST_PLUGIN=os.path.join(run.plugins, 'libtunvo_plugin_testroot.so'))
         self.launch(run)
         self.tab = self.open_tab('about:blank')
+        # The extension asks a host once when the browser starts; its answer decides whether pages see the
+        # plug-in in navigator.plugins. The popup says what it learnt.
+        said = self.button_says()[2]
+        print('extension: the popup says %r' % said)
+        if 'Orvane Passway plugin, Ver.' not in said:
+            raise RuntimeError('the extension did not learn that the host and the plug-in are there: %r' % said)
         if self.policy:
             self.approved.add(self.portal_origin)
             print('approval: the policy approves %s (%s)' % (self.portal_origin, self.policy))
@@ -120,6 +126,19 @@ class BridgeEngine:
             })""" % json.dumps(origin)) or [None, None]
         return asked, signal[0], signal[1]
 
+    def button_says(self, seconds=WAIT):
+        """The toolbar button's badge and title (for every tab) and what the popup says of the host, once it
+        says anything."""
+        popup = self.open_tab(self.popup_url(''))
+        try:
+            host = "document.getElementById('host').textContent"
+            said = poll(lambda: self.evaluate(popup, host), seconds) or ''
+            badge, title = self.evaluate(popup, 'Promise.all([chrome.action.getBadgeText({}), '
+                                                'chrome.action.getTitle({})])') or [None, None]
+        finally:
+            self.close_tab(popup)
+        return badge, title, said
+
     def approve(self, origin):
         """Clicks "Allow this portal" for the origin in the extension's popup."""
         with self.popup(origin) as (popup, asked):
@@ -131,26 +150,30 @@ class BridgeEngine:
         self.approved.add(origin)
 
     # ---- the shared visits ------------------------------------------------------------------------
-    def visit(self, url, until, screenshot=None, ready=None):
+    def visit(self, url, until, screenshot=None, ready=None, fresh=False):
         """Opens url in the tab (approving its origin in the popup when neither the policy nor the user has),
         waits until the JavaScript expression `until` holds (and `ready()`, when given: the host makes the
         plug-in's instances a moment after the page shows its elements), reads the page, takes the
-        screenshot, and leaves the page."""
-        self.go(self.tab, url)
-        origin = '%s://%s' % urllib.parse.urlsplit(url)[:2]
-        if origin not in self.approved:
-            self.loaded(self.tab)
-            self.approve(origin)
-        if not poll(lambda: self.holds(self.tab, until) and (ready is None or ready())) and \
-                origin == self.portal_origin and self.policy:
-            asked, _, _ = self.waits_for_approval(origin, seconds=1)
-            if asked:
-                raise RuntimeError('the policy (%s) did not approve %s: the extension asks the user'
-                                   % (self.policy, origin))
-        page, status = self.page_state(self.tab)
-        if screenshot:
-            self.screenshot(self.tab, screenshot)
-        self.go(self.tab, 'about:blank')
+        screenshot, and leaves the page. `fresh`: in a tab of its own, closed after (its host, and the
+        plug-in in it, start anew, as QtWebKit's do for every visit)."""
+        tab = self.open_tab('about:blank') if fresh else self.tab
+        try:
+            self.go(tab, url)
+            origin = '%s://%s' % urllib.parse.urlsplit(url)[:2]
+            if origin not in self.approved:
+                self.loaded(tab)
+                self.approve(origin)
+            if not poll(lambda: self.holds(tab, until) and (ready is None or ready())) and \
+                    origin == self.portal_origin and self.policy:
+                asked, _, _ = self.waits_for_approval(origin, seconds=1)
+                if asked:
+                    raise RuntimeError('the policy (%s) did not approve %s: the extension asks the user'
+                                       % (self.policy, origin))
+            page, status = self.page_state(tab)
+            if screenshot:
+                self.screenshot(tab, screenshot)
+        finally:
+            self.close_tab(tab) if fresh else self.go(tab, 'about:blank')
         return page, status
 
     # ---- what the bridge's own checks look at ----------------------------------------------------

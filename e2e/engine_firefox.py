@@ -119,6 +119,9 @@ class FirefoxEngine(BridgeEngine):
     def close_tab(self, tab):
         self.command('WebDriver:CloseWindow', tab=tab)
         self.current = None
+        if self.tab and tab != self.tab:  # new windows open from a live one
+            self.command('WebDriver:SwitchToWindow', {'handle': self.tab, 'focus': True}, tab=None)
+            self.current = self.tab
 
     def evaluate(self, tab, expression):
         try:

@@ -26,9 +26,10 @@ class QtWebKitEngine:
     def start(self, run):
         self.env = dict(run.env, QTWEBKIT_PLUGIN_PATH=run.plugins)
 
-    def visit(self, url, until, screenshot=None, ready=None):
+    def visit(self, url, until, screenshot=None, ready=None, fresh=True):
         """Opens url, waits until the JavaScript expression `until` holds, reads the page, leaves it. (The
-        browser makes plug-in instances as it lays the page out: `ready` needs no wait of its own.)"""
+        browser makes plug-in instances as it lays the page out: `ready` needs no wait of its own; every
+        visit is a browser process of its own: `fresh` always.)"""
         args = [QT_PYTHON, self.driver, url, until, str(WAIT)] + ([screenshot] if screenshot else [])
         out = subprocess.run(args, env=self.env, capture_output=True, text=True, timeout=WAIT + 60).stdout
         for line in out.splitlines():

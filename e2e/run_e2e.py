@@ -67,8 +67,8 @@ class Run(DemoPortal):
     def run_file(self, name):
         return read(os.path.join(self.root, 'var', 'run', name))
 
-    def visit(self, query, until, screenshot=None, lines=None, page='index.html', ready=None):
-        page, self.status = self.engine.visit(self.url(query, page), until, screenshot, ready)
+    def visit(self, query, until, screenshot=None, lines=None, page='index.html', ready=None, fresh=False):
+        page, self.status = self.engine.visit(self.url(query, page), until, screenshot, ready, fresh)
         if lines != 0:
             print('\n'.join('   ' + line for line in page[:lines]))
             print('   status line: %s' % self.status)
@@ -151,6 +151,51 @@ def bad_signature(run):
     check(not run.run_file('installer.log'), 'bad signature: the installer ran')
 
 
+# ---- the classic portal (portal/classic.html): <param> children, an <embed> fallback, added after load,
+# the plug-in looked up in navigator.mimeTypes first, under a strict Content-Security-Policy. Every page
+# call, with its arguments and their types, and the service's parameter text must be the same in every
+# engine: each visit starts the plug-in anew (a tab of its own), as QtWebKit's visits do.
+FOUND = 'found: Orvane Passway plugin (xvpn)'
+
+
+def classic_visit(run, query, until):
+    page = run.visit(query, '%s || transcript.indexOf(%s) >= 0' % (until, json.dumps('not found')),
+                     page='classic.html', fresh=True)
+    check(page[:1] == [FOUND], 'classic: the page did not find the plug-in in navigator.mimeTypes: %r' % page[:1])
+    return page
+
+
+def classic_install(run):
+    print('== classic portal: install')
+    run.reset_root()
+    page = classic_visit(run, run.install_query(run.signature), heard('VPNInstallationOK()'))
+    size = 'number:%d' % run.size
+    check(page == [FOUND, 'onTunvoDownloadStart(%s)' % size, 'onTunvoDownloadProgress(number:0)',
+                   'onTunvoDownloadProgress(%s)' % size, 'onTunvoDownloadDone()', 'onTunvoInstalling()',
+                   'VPNInstallationOK()'], 'classic install: the page heard %r' % page)
+
+
+def classic_connect(run):
+    print('== classic portal: connect and relay')
+    page = classic_visit(run, 'mode=connect&answers=hello,bye', heard('c_addcomm(string:ack:bye&z=1)'))
+    check(page == [FOUND, 'c_addcomm(string:connected)', 'c_addcomm(string:ack:hello&z=0)',
+                   'c_addcomm(string:ack:bye&z=1)'], 'classic connect: the page heard %r' % page)
+    params = re.sub(r'browser_pid=\d+&', 'browser_pid=N&', run.run_file('params.txt'))
+    check(params == 'held=a b&c&tunvoversion=&type=application/x-orvane-sslvpn&width=2&height=2&browser_pid=N&',
+          'classic connect: the service got %r' % params)
+    check(poll(lambda: run.service_pid() == 0, 30), 'classic connect: the service still runs after the page went')
+
+
+def classic_probe(run):
+    print('== classic portal: probe')
+    starter = subprocess.run([os.path.join(run.root, 'tunvo_x86_64')], input='user=probe&', text=True,
+                             env=run.env, timeout=30)
+    check(starter.returncode == 0 and run.service_pid(), 'classic probe: the service did not start')
+    page = classic_visit(run, 'mode=probe', 'transcript.length > 1')
+    check(page == [FOUND, 'c_addcomm(string:ack:INFO)'], 'classic probe: the page heard %r' % page)
+    run.stop_service()
+
+
 # ---- what only the bridge (the extension and passway-host) adds ---------------------------------------
 def user_approval(run):
     print('== bridge: a portal origin nobody approved waits and starts no host, until the user allows it')
@@ -208,7 +253,7 @@ def quote_in_reply(run):
     check(int(sent[0]) > 2, 'quote: the message numbers started again (z=%s)' % sent[0])
 
 
-VISITS = [embeddings, install, connect, leave, probe, bad_signature]
+VISITS = [embeddings, install, connect, leave, probe, classic_install, classic_connect, classic_probe, bad_signature]
 BRIDGE_VISITS = [user_approval, quote_in_reply]
 
 

@@ -24,9 +24,15 @@ async function originList(area) {
   return list.map(portalOrigin).filter(Boolean);
 }
 
-export async function approvedOrigins() {
-  const [managed, user] = await Promise.all([originList(chrome.storage.managed), originList(chrome.storage.local)]);
-  return { managed: new Set(managed), user: new Set(user) };
+// The administrator's and the user's approved origins. `managed` is null when the administrator's list did
+// not come within `managedWait` ms (Chromium answers it only once it has loaded the policy).
+export async function approvedOrigins(managedWait = Infinity) {
+  const late = new Promise((resolve) => {
+    if (managedWait !== Infinity) setTimeout(() => resolve(null), managedWait);
+  });
+  const [managed, user] = await Promise.all([Promise.race([originList(chrome.storage.managed), late]),
+                                             originList(chrome.storage.local)]);
+  return { managed: managed && new Set(managed), user: new Set(user) };
 }
 
 export async function isApproved(origin) {

@@ -2,14 +2,19 @@
 // and what follows from it: the toolbar button's badge and title for every tab, and, on approved portal
 // origins only, the plug-in shown to the page's own scripts in navigator.plugins and navigator.mimeTypes
 // (plugin-shim.js, registered for those origins; it reads what the plug-in reported from a Server-Timing
-// entry that a session rule adds to their documents). Nothing of it shows on any other origin.
+// entry that a rule adds to their documents). Nothing of it shows on any other origin. The script and the
+// rules outlast the browser session, so that the first page of the next session sees the plug-in before
+// that session's host has been asked; the answer then confirms or removes them.
 import { approvedOrigins } from './approval.js';
 import { describe, HOST_NAME, PROTOCOL_VERSION, statusOfDisconnect, statusOfMessage } from './host-status.js';
 
 const STATUS_KEY = 'hostStatus';
+const APPLIED_KEY = 'presenceApplied';  // the origins and the description last applied
 const SHIM_ID = 'passway-plugin-shim';
 const TIMING_NAME = 'passway-plugin';
 const PROBE_MS = 20000;  // a host that says nothing for this long has failed
+const POLICY_WAIT_MS = 2000;  // how long one application waits for the administrator's list
+const POLICY_TRIES = 5;  // applications that wait for it before the next approved element brings it
 
 export async function hostStatus() {
   return (await chrome.storage.session.get(STATUS_KEY))[STATUS_KEY] ?? null;
@@ -64,20 +69,23 @@ function timingRule(id, origin, description) {
   };
 }
 
+// Registers the page script for the hosts of these origins, or changes the registration in place (a page
+// loading meanwhile finds it either way), or removes it. By host, any port: Firefox takes a match pattern
+// with a port but never matches it. The timing rule, which carries the values, keeps to the exact origins.
 async function registerShim(origins) {
-  await chrome.scripting.unregisterContentScripts({ ids: [SHIM_ID] }).catch(() => {});
-  if (!origins.length) return;
-  const script = { id: SHIM_ID, js: ['plugin-shim.js'], runAt: 'document_start', world: 'MAIN', allFrames: true,
-                   persistAcrossSessions: false };
-  try {
-    await chrome.scripting.registerContentScripts([{ ...script, matches: origins.map((o) => `${o}/*`) }]);
-  } catch {
-    // A browser whose match patterns take no port: the hosts, any port (the rule above keeps the port).
-    const hosts = origins.map((o) => { const url = new URL(o); return `${url.protocol}//${url.hostname}/*`; });
-    await chrome.scripting.registerContentScripts([{ ...script, matches: [...new Set(hosts)] }]);
+  const [registered] = await chrome.scripting.getRegisteredContentScripts({ ids: [SHIM_ID] });
+  const matches = [...new Set(origins.map((o) => { const url = new URL(o); return `${url.protocol}//${url.hostname}/*`; }))];
+  if (!matches.length) {
+    if (registered) await chrome.scripting.unregisterContentScripts({ ids: [SHIM_ID] });
+  } else if (registered) {
+    await chrome.scripting.updateContentScripts([{ id: SHIM_ID, matches }]);
+  } else {
+    await chrome.scripting.registerContentScripts([{ id: SHIM_ID, matches, js: ['plugin-shim.js'],
+      runAt: 'document_start', world: 'MAIN', allFrames: true, persistAcrossSessions: true }]);
   }
 }
 
+let policyTries = 0;
 async function apply() {
   const status = await hostStatus();
   const { badge, title } = describe(status);
@@ -86,16 +94,27 @@ async function apply() {
     chrome.action.setBadgeBackgroundColor({ color: '#c5221f' }),
     chrome.action.setTitle({ title }),
   ]);
-  const { managed, user } = await approvedOrigins();
-  const origins = status?.state === 'ready' ? [...new Set([...managed, ...user])] : [];
+  const { managed, user } = await approvedOrigins(POLICY_WAIT_MS);
+  if (managed === null) {
+    // The policy is not loaded yet (Chromium answers a read made early in its session only once something
+    // else wakes it, such as an element's approval, which applies this again): what is in place stays, the
+    // last session's, and this is tried again a few times.
+    if (++policyTries < POLICY_TRIES) setTimeout(applyPresence, POLICY_WAIT_MS);
+    return;
+  }
+  policyTries = 0;
+  const origins = status?.state === 'ready' ? [...new Set([...managed, ...user])].sort() : [];
   const { name, description, filename, mimeTypes } = status?.plugin ?? {};
   const value = encodeURIComponent(JSON.stringify({ name, description, filename, mimeTypes }));
-  const existing = await chrome.declarativeNetRequest.getSessionRules();
-  await chrome.declarativeNetRequest.updateSessionRules({
+  const applied = JSON.stringify([origins, value]);
+  if (applied === (await chrome.storage.session.get(APPLIED_KEY))[APPLIED_KEY]) return;  // nothing changed
+  const existing = await chrome.declarativeNetRequest.getDynamicRules();
+  await chrome.declarativeNetRequest.updateDynamicRules({
     removeRuleIds: existing.map((rule) => rule.id),
     addRules: origins.map((origin, index) => timingRule(index + 1, origin, value)),
   });
   await registerShim(origins);
+  await chrome.storage.session.set({ [APPLIED_KEY]: applied });
 }
 
 // Brings the button, the rules and the registered script in line with the status and the approved origins.

@@ -5,7 +5,7 @@ import { forgetTab, isApproved, setWaiting } from './approval.js';
 import { HOST_NAME, PROTOCOL_VERSION, statusOfDisconnect, statusOfMessage } from './host-status.js';
 import { callsInPage } from './page-call.js';
 import { PartJoiner } from './parts.js';
-import { setHostStatus } from './presence.js';
+import { applyPresence, setHostStatus } from './presence.js';
 const MAX_CALLS_AT_ONCE = 256;  // page calls in one injection
 
 export class TabSession {
@@ -78,6 +78,7 @@ export class TabSession {
   async #admit(element) {
     const approved = await isApproved(element.frame.origin);
     if (!approved || element.state !== 'waiting') return;  // not approved, or gone or created meanwhile
+    applyPresence();  // the administrator's list may have come only now
     element.state = 'created';
     this.#connect(element.frame.origin);
     this.#send({ op: 'create', element: element.id, attributes: element.attributes });

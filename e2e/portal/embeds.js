@@ -22,8 +22,9 @@ function runCase() {
   request.open('GET', 'embedding-cases.json', false);
   request.send();
   var table = JSON.parse(request.responseText);
-  var wanted = /[?&]case=([^&]*)/.exec(location.search)[1];
-  var found = table.cases.filter(function (c) { return c.name == wanted; })[0];
+  var wanted = /[?&]case=([^&]*)/.exec(location.search);
+  var found = table.cases.filter(function (c) { return wanted && c.name == wanted[1]; })[0];
+  if (!found) return;  // no case: a page without elements
   var fill = function (text) { return text.split('$T').join(table.T); };
   document.getElementById('stage').innerHTML = fill(found.markup);
   var steps = found.steps || [];
