@@ -13,8 +13,8 @@ A portal origin is approved in one of two ways, both exercised by a run:
 
 A browser driver provides: launch(run) (host manifest, policy, the browser), open_tab(url), close_tab(tab),
 go(tab, url), evaluate(tab, expression) (the value, awaited when a promise, or None when it throws),
-screenshot(tab, path), popup_url(origin), browser_pid, log_words (what marks its log's lines of
-interest), quit()."""
+screenshot(tab, path), popup_url(origin), browser_pid, manifest_file (the host manifest it reads), log_words
+(what marks its log's lines of interest), quit()."""
 import contextlib
 import json
 import os

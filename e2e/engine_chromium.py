@@ -46,7 +46,8 @@ class ChromiumEngine(BridgeEngine):
         manifest = self.host_manifest()
         if manifest['allowed_origins'] != ['chrome-extension://%s/' % self.id]:
             raise RuntimeError('the host manifest does not name the extension ID %s that its key gives' % self.id)
-        with open(os.path.join(hosts, HOST_NAME + '.json'), 'w') as f:
+        self.manifest_file = os.path.join(hosts, HOST_NAME + '.json')
+        with open(self.manifest_file, 'w') as f:
             json.dump(manifest, f)
         self.write_policy()
         argv = [CHROMIUM] + ([] if self.window else ['--headless=new']) + [

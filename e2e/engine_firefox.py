@@ -48,7 +48,8 @@ class FirefoxEngine(BridgeEngine):
         if manifest['allowed_extensions'] != [self.id]:
             raise RuntimeError('the host manifest does not name the extension %s' % self.id)
         mozilla = os.path.join(run.home, '.mozilla')
-        write_json(os.path.join(mozilla, 'native-messaging-hosts', HOST_NAME + '.json'), manifest)
+        self.manifest_file = os.path.join(mozilla, 'native-messaging-hosts', HOST_NAME + '.json')
+        write_json(self.manifest_file, manifest)
         if self.portal_origin:
             self.policy = os.path.join(mozilla, 'managed-storage', self.id + '.json')
             write_json(self.policy, {'name': self.id, 'description': 'Passway: the portals approved ahead',

@@ -158,9 +158,15 @@ def bad_signature(run):
 FOUND = 'found: Orvane Passway plugin (xvpn)'
 
 
+def classic_visit_page(run, query='', until=None):
+    """The classic page's transcript; with no mode and no `until` it only looks for the plug-in."""
+    until = until and '%s || transcript.indexOf(%s) >= 0' % (until, json.dumps('not found'))
+    return run.visit(query, until or 'transcript.length > 0', page='classic.html', fresh=True,
+                     lines=0 if until is None else None)
+
+
 def classic_visit(run, query, until):
-    page = run.visit(query, '%s || transcript.indexOf(%s) >= 0' % (until, json.dumps('not found')),
-                     page='classic.html', fresh=True)
+    page = classic_visit_page(run, query, until)
     check(page[:1] == [FOUND], 'classic: the page did not find the plug-in in navigator.mimeTypes: %r' % page[:1])
     return page
 
@@ -212,6 +218,7 @@ def user_approval(run):
         asked, badge, title = engine.waits_for_approval(origin)
         waiting, _ = engine.page_state(tab)
         hosts_while_waiting = engine.host_processes()
+        shown = engine.evaluate(tab, "!!navigator.mimeTypes['application/x-orvane-sslvpn']")
         print('   toolbar: badge %r, title %r; hosts before: %s, while the page waits: %s'
               % (badge, title, hosts, hosts_while_waiting))
         check(asked, 'unapproved: the extension did not ask the user about %s' % origin)
@@ -219,6 +226,7 @@ def user_approval(run):
         check(hosts_while_waiting == hosts, 'unapproved: a host started for %s' % origin)
         check(created() == elements, 'unapproved: the plug-in created an element for %s' % origin)
         check(waiting == [], 'unapproved: the page heard %r' % waiting)
+        check(shown is False, 'unapproved: the page found the plug-in in navigator.mimeTypes')
 
         engine.approve(origin)
         poll(lambda: engine.holds(tab, 'transcript.length > 0'))
@@ -253,8 +261,44 @@ def quote_in_reply(run):
     check(int(sent[0]) > 2, 'quote: the message numbers started again (z=%s)' % sent[0])
 
 
+def host_problems(run):
+    print('== bridge: the user is told when the plug-in or the host is missing; pages see the plug-in only while both are there')
+    engine = run.engine
+    plugin = os.path.join(run.plugins, 'libtunvo_plugin_testroot.so')
+
+    def button(expected_badge, words):
+        """Opens the demo's probe page in a tab of its own (its element starts a host of its own) and
+        waits until the toolbar button shows the badge; then the button's title and the popup must say
+        the words."""
+        tab = engine.open_tab(run.url('mode=probe'))
+        try:
+            shown = poll(lambda: (lambda b: b if b[0] == expected_badge else None)(engine.button_says()), 30)
+            badge, title, said = shown or engine.button_says()
+        finally:
+            engine.close_tab(tab)
+        print('   button: badge %r, title %r; popup: %r' % (badge, title, said))
+        check(badge == expected_badge and all(w in title + ' ' + said for w in words),
+              'host problems: the button shows %r, %r and the popup %r' % (badge, title, said))
+
+    os.rename(plugin, plugin + '.aside')
+    try:
+        button('!', ['cannot be loaded', 'could not load the VPN plug-in', plugin])
+        page = classic_visit_page(run)
+        check(page[:1] == ['not found'], 'host problems: without the plug-in the page still finds it: %r' % page)
+    finally:
+        os.rename(plugin + '.aside', plugin)
+    os.rename(engine.manifest_file, engine.manifest_file + '.aside')
+    try:
+        button('!', ['not installed', 'Install the Passway package'])
+    finally:
+        os.rename(engine.manifest_file + '.aside', engine.manifest_file)
+    button('', ['Orvane Passway plugin, Ver.'])
+    page = classic_visit_page(run)
+    check(page[:1] == [FOUND], 'host problems: once both are back the page does not find the plug-in: %r' % page)
+
+
 VISITS = [embeddings, install, connect, leave, probe, classic_install, classic_connect, classic_probe, bad_signature]
-BRIDGE_VISITS = [user_approval, quote_in_reply]
+BRIDGE_VISITS = [user_approval, quote_in_reply, host_problems]
 
 
 def main():

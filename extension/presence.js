@@ -27,6 +27,11 @@ export async function setHostStatus(status) {
   await applyPresence();
 }
 
+// Why a native port closed: Firefox says it in the port's `error`, Chromium in runtime.lastError.
+export function disconnectReason(port) {
+  return port.error?.message ?? chrome.runtime.lastError?.message;
+}
+
 // Starts a host once, only to learn the status (a new browser session knows none yet).
 let probing = null;
 export function probeHost() {
@@ -47,7 +52,7 @@ export function probeHost() {
       const status = statusOfMessage(message);
       if (status) finish(status);
     });
-    port.onDisconnect.addListener(() => finish(statusOfDisconnect(chrome.runtime.lastError?.message)));
+    port.onDisconnect.addListener(() => finish(statusOfDisconnect(disconnectReason(port))));
     port.postMessage({ op: 'hello', version: PROTOCOL_VERSION, userAgent: navigator.userAgent });
   }).finally(() => {
     probing = null;

@@ -5,7 +5,7 @@ import { forgetTab, isApproved, setWaiting } from './approval.js';
 import { HOST_NAME, PROTOCOL_VERSION, statusOfDisconnect, statusOfMessage } from './host-status.js';
 import { callsInPage } from './page-call.js';
 import { PartJoiner } from './parts.js';
-import { applyPresence, setHostStatus } from './presence.js';
+import { applyPresence, disconnectReason, setHostStatus } from './presence.js';
 const MAX_CALLS_AT_ONCE = 256;  // page calls in one injection
 
 export class TabSession {
@@ -115,7 +115,7 @@ export class TabSession {
       this.#fromHost(message);
     });
     native.onDisconnect.addListener(() => {
-      const reason = chrome.runtime.lastError?.message;
+      const reason = disconnectReason(native);
       console.warn(`passway: the host of tab ${this.#tabId} went away:`, reason ?? 'closed');
       if (!ready) setHostStatus(statusOfDisconnect(reason));  // missing, or ended before it could serve
       if (this.#native !== native) return;

@@ -2,7 +2,7 @@
 // navigator.mimeTypes before the page has loaded, then, once loaded, adds an <object> whose parameters are
 // <param> children, with an <embed> of the same parameters as its fallback content. Its page functions
 // note every call with its arguments and their types. Served under a strict Content-Security-Policy: no
-// inline script. ?mode=install|connect|probe&size=N&signature=S&answers=a,b
+// inline script. ?mode=install|connect|probe&size=N&signature=S&answers=a,b (no mode: it only looks)
 var PLUGIN_TYPE = 'application/x-orvane-sslvpn';
 var transcript = [];
 var answers = [];
@@ -55,10 +55,12 @@ function parameters() {
     answers = query('answers') ? query('answers').split(',') : [];
     return [['last_param', '1'], ['held', 'a b&c'], ['tunvoversion', '']];
   }
-  return [['_probevpn', '1']];
+  return mode == 'probe' ? [['_probevpn', '1']] : null;
 }
 
 function embed() {
+  var given = parameters();
+  if (!given) return;  // no mode: the page only looks for the plug-in
   var object = document.createElement('object');
   object.setAttribute('type', PLUGIN_TYPE);
   object.setAttribute('width', '2');
@@ -67,7 +69,7 @@ function embed() {
   fallback.setAttribute('type', PLUGIN_TYPE);
   fallback.setAttribute('width', '2');
   fallback.setAttribute('height', '2');
-  parameters().forEach(function (pair) {
+  given.forEach(function (pair) {
     var param = document.createElement('param');
     param.setAttribute('name', pair[0]);
     param.setAttribute('value', pair[1]);
