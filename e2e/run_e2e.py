@@ -1,11 +1,15 @@
 #!/usr/bin/env python3
-"""The end-to-end run in a real browser engine: the demo portal, the test plug-in, the fake service. Five
-visits, the same for every engine: install a signed package; connect and relay messages; leave the page
-(the service stops); probe a running service; a package with a bad signature (nothing is installed).
+"""The end-to-end run in a real browser engine: the portal pages, the test plug-in, the fake service. The same
+visits for every engine: every way of embedding the plug-in (portal/embedding-cases.json, with what QtWebKit
+made of each); install a signed package; connect and relay messages; leave the page (the service stops, the
+plug-in asks it once more itself); probe a running service; the classic portal (params, fallback, detection,
+a strict Content-Security-Policy) through install, connect and probe, every page call and the parameter text
+exactly as QtWebKit's; a package with a bad signature (nothing is installed).
 With today's browsers, Chromium and Firefox (the plug-in runs in passway-host, reached through the Passway
-extension), the portal's origin is approved by the administrator's policy, and two more visits check the
+extension), the portal's origin is approved by the administrator's policy, and three more visits check the
 bridge: a portal origin nobody approved waits and starts no host until the user allows it in the
-extension's popup, and a quote in a service reply reaches the page as text.
+extension's popup (seeing nothing of the plug-in in navigator meanwhile), a quote in a service reply reaches
+the page as text, and the toolbar button says when the plug-in or the host is missing.
 
 usage: run_e2e.py BUILD_DIR SOURCE_DIR [--engine qtwebkit|chromium|firefox] [--host=PATH] [--window] [--only=V,...]
 --window shows Chromium or Firefox in a window on $DISPLAY instead of running it headless; --only makes
