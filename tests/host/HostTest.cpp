@@ -218,10 +218,26 @@ TEST_F(BridgeTest, ThePackageIsInstalledWholeAndNoPartOfABrokenOneStays) {
         ASSERT_EQ(0, access(file.c_str(), F_OK));
         tabCloses ? bridge.shutdown() : send({{"op", "end"}, {"request", request}, {"ok", false}});
         EXPECT_NE(0, access(file.c_str(), F_OK)) << (tabCloses ? "tab closed" : "network failure");
+        EXPECT_NE(std::string::npos, hostLog.find("removed the partial package file " + file));
     }
 }
 
 // passway-host ends when the tab closes its input.
 TEST(HostProgram, EndsWithItsInput) { EXPECT_EQ(0, runCommand({PASSWAY_HOST}).exitCode); }
+
+// Without PASSWAY_HOST_PLUGIN the host loads the user's own plug-in first, as browsers look for it.
+TEST(HostProgram, LoadsTheUsersOwnPluginFirst) {
+    TempHome home;
+    std::string mine = home.path() + "/.mozilla/plugins/libtunvo_plugin.so";
+    writeFile(mine, readFile(PASSWAY_TEST_PLUGIN));
+    unsetenv("PASSWAY_HOST_PLUGIN");
+    std::string hello = R"({"op":"hello","version":1,"userAgent":"x"})", frame;
+    uint32_t length = static_cast<uint32_t>(hello.size());
+    CommandResult run = runCommand({PASSWAY_HOST}, std::string(reinterpret_cast<char*>(&length), 4) + hello);
+    FrameReader replies;
+    replies.feed(run.out.data(), run.out.size());
+    ASSERT_EQ(FrameReader::Result::Frame, replies.next(frame, length));
+    EXPECT_EQ(mine, json::parse(frame).value("plugin", "")) << frame;
+}
 
 }  // namespace

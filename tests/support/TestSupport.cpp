@@ -11,12 +11,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-CommandResult runCommand(const std::vector<std::string>& argv) {
-    char out[] = "/tmp/passway-run-XXXXXX";
-    int outFd = mkstemp(out);
+CommandResult runCommand(const std::vector<std::string>& argv, const std::string& input) {
+    char out[] = "/tmp/passway-run-XXXXXX", in[] = "/tmp/passway-input-XXXXXX";
+    int outFd = mkstemp(out), inFd = mkstemp(in);
+    writeFile(in, input);
     pid_t pid = fork();
     if (pid == 0) {
-        dup2(open("/dev/null", O_RDONLY), 0);
+        dup2(inFd, 0);
         dup2(outFd, 1);
         std::vector<char*> args(argv.size() + 1);  // ends with a null
         for (size_t i = 0; i < argv.size(); ++i) args[i] = const_cast<char*>(argv[i].c_str());
@@ -26,7 +27,7 @@ CommandResult runCommand(const std::vector<std::string>& argv) {
     int status = 0;
     waitpid(pid, &status, 0);
     CommandResult result{WIFEXITED(status) ? WEXITSTATUS(status) : -1, readFile(out)};
-    close(outFd), unlink(out);
+    close(outFd), unlink(out), close(inFd), unlink(in);
     return result;
 }
 

@@ -68,8 +68,8 @@ struct CommandResult {
     int exitCode = -1;  // the exit status, or -1 when the program did not exit normally
     std::string out;
 };
-// Runs `argv[0]` with the arguments (no shell), standard input from /dev/null; collects its standard output.
-CommandResult runCommand(const std::vector<std::string>& argv);
+// Runs `argv[0]` with the arguments (no shell), `input` on its standard input; collects its standard output.
+CommandResult runCommand(const std::vector<std::string>& argv, const std::string& input = "");
 
 // A fresh temporary folder set as HOME for one scope; removed with everything in it afterwards.
 class TempHome {
