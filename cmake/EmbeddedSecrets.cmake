@@ -34,3 +34,17 @@ endfunction()
 
 passway_key_bytes("${PASSWAY_PRESHARED_KEY}" PASSWAY_PRESHARED_KEY_BYTES)
 passway_key_bytes("${PASSWAY_PRELOGON_KEY}" PASSWAY_PRELOGON_KEY_BYTES)
+
+# PASSWAY_USES_TEST_KEYS: whether any of the three is the published test material of tests/data/ (compared by
+# content, wherever the file lies). The Debian package refuses such a build unless it asks for a test package.
+set(PASSWAY_USES_TEST_KEYS OFF)
+foreach(pair "PASSWAY_SIGNING_CERT;test-signing-cert.pem" "PASSWAY_PRESHARED_KEY;test-preshared.key"
+             "PASSWAY_PRELOGON_KEY;test-prelogon.key")
+  list(GET pair 0 option)
+  list(GET pair 1 test_file)
+  file(SHA256 "${${option}}" given)
+  file(SHA256 "${PROJECT_SOURCE_DIR}/tests/data/${test_file}" published)
+  if(given STREQUAL published)
+    set(PASSWAY_USES_TEST_KEYS ON)
+  endif()
+endforeach()

@@ -5,7 +5,9 @@
 #   host         (default)  passway-host in <prefix>/lib/passway; its manifests where each browser looks for
 #                           everyone: /etc/chromium/native-messaging-hosts, /etc/opt/chrome/native-messaging-hosts,
 #                           /usr/lib/mozilla/native-messaging-hosts (absolute: DESTDIR applies, the prefix not);
-#                           the extension packages in <prefix>/share/passway/extension
+#                           the extension packages in <prefix>/share/passway/extension; the unpacked
+#                           extension in /usr/share/chromium/extensions/passway and Firefox's system folder
+#                           /usr/share/mozilla/extensions/{ec8030f7-...}/passway@orvane.com (absolute)
 #   user-plugin  (on request) the plug-in in ~/.mozilla/plugins of whoever installs, decided at install time
 #   user-host    (on request) passway-host in ~/.local/lib/passway and its manifests in the per-user folders
 #                           of Chromium, Chrome and Firefox, for whoever installs
@@ -28,10 +30,18 @@ if(plugin_dir STREQUAL "")
   set(plugin_dir lib/mozilla/plugins)  # literally lib: browsers search no multiarch folder
 endif()
 
+# The Debian package's name, which names its documentation folder: passway-plugin, or passway-plugin-testkeys
+# for a build with the published TEST-ONLY certificate and keys that asks for a package all the same.
+option(PASSWAY_TEST_PACKAGE "Allow a Debian package of a build with the TEST-ONLY certificate and keys (named so)" OFF)
+set(PASSWAY_PACKAGE_NAME passway-plugin)
+if(PASSWAY_USES_TEST_KEYS AND PASSWAY_TEST_PACKAGE)
+  set(PASSWAY_PACKAGE_NAME passway-plugin-testkeys)
+endif()
+
 # ---- plugin and tools ---------------------------------------------------------
 install(TARGETS tunvo_plugin LIBRARY DESTINATION ${plugin_dir} COMPONENT plugin)
 # The guides; the folder is read at install time, so a guide added to docs/ needs no new rule.
-set(PASSWAY_DOC_INSTALL_DIR ${CMAKE_INSTALL_DATAROOTDIR}/doc/passway-plugin)
+set(PASSWAY_DOC_INSTALL_DIR ${CMAKE_INSTALL_DATAROOTDIR}/doc/${PASSWAY_PACKAGE_NAME})
 install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION ${PASSWAY_DOC_INSTALL_DIR} COMPONENT plugin)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/ DESTINATION ${PASSWAY_DOC_INSTALL_DIR} COMPONENT plugin
         FILES_MATCHING PATTERN "*.md")
@@ -67,9 +77,19 @@ set(installed_host "\${CMAKE_INSTALL_PREFIX}/${PASSWAY_HOST_INSTALL_DIR}/passway
 passway_host_manifest(host chromium /etc/chromium/native-messaging-hosts "${installed_host}")
 passway_host_manifest(host chromium /etc/opt/chrome/native-messaging-hosts "${installed_host}")
 passway_host_manifest(host firefox /usr/lib/mozilla/native-messaging-hosts "${installed_host}")
-# The extension packages, for whoever hands them out (the unpacked ones stay in the build).
+# The extension packages, for whoever hands them out.
 install(FILES ${CMAKE_BINARY_DIR}/extension/passway-chromium.zip ${CMAKE_BINARY_DIR}/extension/passway-firefox.xpi
         DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/passway/extension COMPONENT host)
+# The unpacked extension where each browser loads it for everyone, with no click: Debian's chromium launcher
+# loads every folder of /usr/share/chromium/extensions (/etc/chromium.d/extensions), Firefox the add-ons of
+# its system folder, unsigned, each in a folder named by its ID. Fixed folders, whatever the prefix (DESTDIR
+# applies), like the manifests.
+file(READ ${PROJECT_SOURCE_DIR}/extension/manifest.base.json extension_manifest)
+string(JSON firefox_id GET "${extension_manifest}" browsers firefox browser_specific_settings gecko id)
+set(PASSWAY_CHROMIUM_EXTENSION_DIR /usr/share/chromium/extensions/passway)
+set(PASSWAY_FIREFOX_EXTENSION_DIR "/usr/share/mozilla/extensions/{ec8030f7-c20a-464f-9b0e-13a3a9e97384}/${firefox_id}")
+install(DIRECTORY ${CMAKE_BINARY_DIR}/extension/chromium/ DESTINATION ${PASSWAY_CHROMIUM_EXTENSION_DIR} COMPONENT host)
+install(DIRECTORY ${CMAKE_BINARY_DIR}/extension/firefox/ DESTINATION ${PASSWAY_FIREFOX_EXTENSION_DIR} COMPONENT host)
 
 set(user_host "\$ENV{HOME}/.local/${PASSWAY_HOST_INSTALL_DIR}/passway-host")
 install(CODE "file(INSTALL DESTINATION \"\$ENV{HOME}/.local/${PASSWAY_HOST_INSTALL_DIR}\" TYPE EXECUTABLE

@@ -7,7 +7,20 @@
 # Binaries are stripped; dpkg-shlibdeps works out the dependencies. A deployment names its own
 # maintainer with -DCPACK_DEBIAN_PACKAGE_MAINTAINER="Name <address>".
 set(CPACK_GENERATOR DEB)
-set(CPACK_PACKAGE_NAME passway-plugin)
+# A build with the published test certificate or keys makes no package, unless it asks for a test package
+# (PASSWAY_TEST_PACKAGE, cmake/Install.cmake): then the package's name and description say so, and it cannot be
+# installed beside the real one.
+set(test_warning "")
+if(PASSWAY_USES_TEST_KEYS AND PASSWAY_TEST_PACKAGE)
+  set(test_warning "TEST BUILD, NOT FOR USE: its certificate and keys are the published test
+material, so anyone can sign a client package that it installs.
+.
+")
+  set(CPACK_DEBIAN_PACKAGE_CONFLICTS passway-plugin)
+elseif(PASSWAY_USES_TEST_KEYS)
+  set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/RefuseTestKeys.cmake)
+endif()
+set(CPACK_PACKAGE_NAME ${PASSWAY_PACKAGE_NAME})
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_VENDOR Orvane)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
@@ -19,7 +32,7 @@ set(CPACK_INSTALL_PREFIX ${CPACK_PACKAGING_INSTALL_PREFIX})
 set(CPACK_STRIP_FILES ON)
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Orvane Passway browser plug-in for VPN portals")
 # The summary above is the first line; this is the rest (lines of at most 80 characters).
-set(CPACK_DEBIAN_PACKAGE_DESCRIPTION "The NPAPI plug-in that a VPN portal page embeds, with the MIME type
+set(CPACK_DEBIAN_PACKAGE_DESCRIPTION "${test_warning}The NPAPI plug-in that a VPN portal page embeds, with the MIME type
 application/x-orvane-sslvpn. It checks whether the local VPN client service is
 installed and current, downloads the client package from the portal, verifies
 its RSA signature against the certificate compiled into the plug-in, installs
@@ -43,6 +56,20 @@ if(NOT CPACK_DEBIAN_PACKAGE_MAINTAINER)
   set(CPACK_DEBIAN_PACKAGE_MAINTAINER "Orvane Passway maintainers <passway@orvane.example>")
 endif()
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+# The browsers it serves; either one will do.
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "chromium | firefox-esr | firefox")
+
+# The copyright notice, the manual page of passway-sign and lintian's overrides (each with its reason), from
+# cmake/debian/.
+install(FILES ${CMAKE_CURRENT_LIST_DIR}/debian/copyright DESTINATION ${PASSWAY_DOC_INSTALL_DIR} COMPONENT plugin)
+configure_file(${CMAKE_CURRENT_LIST_DIR}/debian/passway-sign.1 ${CMAKE_BINARY_DIR}/package/passway-sign.1 @ONLY)
+execute_process(COMMAND gzip -9nc ${CMAKE_BINARY_DIR}/package/passway-sign.1
+                OUTPUT_FILE ${CMAKE_BINARY_DIR}/package/passway-sign.1.gz COMMAND_ERROR_IS_FATAL ANY)
+install(FILES ${CMAKE_BINARY_DIR}/package/passway-sign.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+configure_file(${CMAKE_CURRENT_LIST_DIR}/debian/lintian-overrides
+               ${CMAKE_BINARY_DIR}/package/lintian/${PASSWAY_PACKAGE_NAME} @ONLY)
+install(FILES ${CMAKE_BINARY_DIR}/package/lintian/${PASSWAY_PACKAGE_NAME}
+        DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/lintian/overrides COMPONENT host)
 
 # The package's changelog (Debian policy wants one in every package), compressed as lintian expects.
 # Its date is the configure time, or SOURCE_DATE_EPOCH when set.
