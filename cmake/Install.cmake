@@ -30,17 +30,10 @@ if(plugin_dir STREQUAL "")
   set(plugin_dir lib/mozilla/plugins)  # literally lib: browsers search no multiarch folder
 endif()
 
-# The Debian package's name, which names its documentation folder: passway-plugin, or passway-plugin-testkeys
-# for a build with the published TEST-ONLY certificate and keys that asks for a package all the same.
-option(PASSWAY_TEST_PACKAGE "Allow a Debian package of a build with the TEST-ONLY certificate and keys (named so)" OFF)
-set(PASSWAY_PACKAGE_NAME passway-plugin)
-if(PASSWAY_USES_TEST_KEYS AND PASSWAY_TEST_PACKAGE)
-  set(PASSWAY_PACKAGE_NAME passway-plugin-testkeys)
-endif()
-
 # ---- plugin and tools ---------------------------------------------------------
 install(TARGETS tunvo_plugin LIBRARY DESTINATION ${plugin_dir} COMPONENT plugin)
 # The guides; the folder is read at install time, so a guide added to docs/ needs no new rule.
+set(PASSWAY_PACKAGE_NAME passway-plugin)  # the Debian package's, which names its documentation folder
 set(PASSWAY_DOC_INSTALL_DIR ${CMAKE_INSTALL_DATAROOTDIR}/doc/${PASSWAY_PACKAGE_NAME})
 install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION ${PASSWAY_DOC_INSTALL_DIR} COMPONENT plugin)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/ DESTINATION ${PASSWAY_DOC_INSTALL_DIR} COMPONENT plugin

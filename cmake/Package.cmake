@@ -7,19 +7,6 @@
 # Binaries are stripped; dpkg-shlibdeps works out the dependencies. A deployment names its own
 # maintainer with -DCPACK_DEBIAN_PACKAGE_MAINTAINER="Name <address>".
 set(CPACK_GENERATOR DEB)
-# A build with the published test certificate or keys makes no package, unless it asks for a test package
-# (PASSWAY_TEST_PACKAGE, cmake/Install.cmake): then the package's name and description say so, and it cannot be
-# installed beside the real one.
-set(test_warning "")
-if(PASSWAY_USES_TEST_KEYS AND PASSWAY_TEST_PACKAGE)
-  set(test_warning "TEST BUILD, NOT FOR USE: its certificate and keys are the published test
-material, so anyone can sign a client package that it installs.
-.
-")
-  set(CPACK_DEBIAN_PACKAGE_CONFLICTS passway-plugin)
-elseif(PASSWAY_USES_TEST_KEYS)
-  set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/RefuseTestKeys.cmake)
-endif()
 set(CPACK_PACKAGE_NAME ${PASSWAY_PACKAGE_NAME})
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_VENDOR Orvane)
@@ -32,7 +19,7 @@ set(CPACK_INSTALL_PREFIX ${CPACK_PACKAGING_INSTALL_PREFIX})
 set(CPACK_STRIP_FILES ON)
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Orvane Passway browser plug-in for VPN portals")
 # The summary above is the first line; this is the rest (lines of at most 80 characters).
-set(CPACK_DEBIAN_PACKAGE_DESCRIPTION "${test_warning}The NPAPI plug-in that a VPN portal page embeds, with the MIME type
+set(CPACK_DEBIAN_PACKAGE_DESCRIPTION "The NPAPI plug-in that a VPN portal page embeds, with the MIME type
 application/x-orvane-sslvpn. It checks whether the local VPN client service is
 installed and current, downloads the client package from the portal, verifies
 its RSA signature against the certificate compiled into the plug-in, installs
@@ -66,10 +53,8 @@ configure_file(${CMAKE_CURRENT_LIST_DIR}/debian/passway-sign.1 ${CMAKE_BINARY_DI
 execute_process(COMMAND gzip -9nc ${CMAKE_BINARY_DIR}/package/passway-sign.1
                 OUTPUT_FILE ${CMAKE_BINARY_DIR}/package/passway-sign.1.gz COMMAND_ERROR_IS_FATAL ANY)
 install(FILES ${CMAKE_BINARY_DIR}/package/passway-sign.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
-configure_file(${CMAKE_CURRENT_LIST_DIR}/debian/lintian-overrides
-               ${CMAKE_BINARY_DIR}/package/lintian/${PASSWAY_PACKAGE_NAME} @ONLY)
-install(FILES ${CMAKE_BINARY_DIR}/package/lintian/${PASSWAY_PACKAGE_NAME}
-        DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/lintian/overrides COMPONENT host)
+install(FILES ${CMAKE_CURRENT_LIST_DIR}/debian/lintian-overrides DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/lintian/overrides
+        RENAME ${PASSWAY_PACKAGE_NAME} COMPONENT host)
 
 # The package's changelog (Debian policy wants one in every package), compressed as lintian expects.
 # Its date is the configure time, or SOURCE_DATE_EPOCH when set.
@@ -92,5 +77,30 @@ file(WRITE ${CMAKE_BINARY_DIR}/package/conffiles "\
 /etc/opt/chrome/native-messaging-hosts/com.orvane.passway.json
 ")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${CMAKE_BINARY_DIR}/package/conffiles)
+
+# A build with the published test certificate or keys makes no package: anyone could sign a client package
+# that its plug-in installs. The test package, for this project's own checks, comes from its own config,
+# package/CPackTestConfig.cmake (`cpack --config`), or from the default one when the build asks for it with
+# PASSWAY_TEST_PACKAGE: its version ends in ~testkeys (so its file name says so) and its description begins
+# with a warning.
+option(PASSWAY_TEST_PACKAGE "Make the Debian package of a build with the TEST-ONLY certificate and keys (named so)" OFF)
+set(test_package_settings "
+set(CPACK_PACKAGE_VERSION \"${PROJECT_VERSION}~testkeys\")
+set(CPACK_DEBIAN_PACKAGE_DESCRIPTION \"TEST BUILD, NOT FOR USE: its certificate and keys are the published test
+material, so anyone can sign a client package that it installs.
+.
+\${CPACK_DEBIAN_PACKAGE_DESCRIPTION}\")
+unset(CPACK_PRE_BUILD_SCRIPTS)
+")
+if(PASSWAY_USES_TEST_KEYS)
+  set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/RefuseTestKeys.cmake)
+  if(PASSWAY_TEST_PACKAGE)
+    set(CPACK_PROJECT_CONFIG_FILE ${CMAKE_BINARY_DIR}/package/CPackTestSettings.cmake)
+  endif()
+endif()
+file(WRITE ${CMAKE_BINARY_DIR}/package/CPackTestSettings.cmake "${test_package_settings}")
+file(WRITE ${CMAKE_BINARY_DIR}/package/CPackTestConfig.cmake "include(\"${CMAKE_BINARY_DIR}/CPackConfig.cmake\")
+include(\"${CMAKE_BINARY_DIR}/package/CPackTestSettings.cmake\")
+")
 
 include(CPack)
