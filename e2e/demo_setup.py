@@ -41,9 +41,9 @@ class DemoPortal:
     The package is tests/data/test-installer.sh; the installer takes the test root and the service program
     from its environment (`installer_env`). The server logs its requests to a file in `work`."""
 
-    def __init__(self, build, source, port=0, prefix='passway-e2e-'):
+    def __init__(self, build, source, port=0, prefix='passway-e2e-', root=None):
         self.build, self.source = build, source
-        self.root = os.path.join(build, 'testroot') + '/'
+        self.root = root or os.path.join(build, 'testroot') + '/'
         self.fake_service = os.path.join(build, 'tests', 'support', 'fake_tunvo_service')
         self.installer_env = {'PASSWAY_TEST_ROOT': self.root, 'FAKE_SERVICE': self.fake_service}
         self.server = None

@@ -39,11 +39,19 @@ class BridgeEngine:
     bridge = True  # the plug-in runs in passway-host: the bridge's own checks apply
     program = None  # the browser's executable (a driver sets it)
 
-    def __init__(self, build, source, host, window=False):
+    installed_program = None  # the browser's own launcher, for a run of the installed package
+    installed_extension = None  # where the package puts the extension for this browser
+
+    def __init__(self, build, source, host, window=False, installed=False):
         self.window = window    # a browser window on $DISPLAY instead of a headless browser
         self.source = source
+        # installed: the Debian package's host and extension, the browser started by its own launcher with
+        # nothing of ours on its command line (the package must be all it needs)
+        self.installed = installed
+        if installed:
+            self.program, host = self.installed_program, '/usr/lib/passway/passway-host'
         self.host = os.path.realpath(host) if host else ''
-        self.extension = os.path.join(build, 'extension', self.name)  # the extension as built for this browser
+        self.extension = self.installed_extension if installed else os.path.join(build, 'extension', self.name)
         self.screenshot_name = 'portal-after-install-%s.png' % self.name
         self.tab = None
         self.approved = set()   # origins approved so far, by the policy or in the popup
@@ -72,7 +80,8 @@ class BridgeEngine:
         os.makedirs(os.path.join(run.build, 'e2e'), exist_ok=True)
         # The browser's own log, kept after the run for a look when something failed.
         self.log_path = os.path.join(run.build, 'e2e', '%s-browser.log' % self.name)
-        self.env = dict(run.env, PASSWAY_HOST_PLUGIN=os.path.join(run.plugins, 'libtunvo_plugin_testroot.so'))
+        self.env = dict(run.env) if self.installed else \
+            dict(run.env, PASSWAY_HOST_PLUGIN=os.path.join(run.plugins, 'libtunvo_plugin_testroot.so'))
         self.launch(run)
         self.tab = self.open_tab('about:blank')
         # The extension asks a host once when the browser starts; its answer decides whether pages see the

@@ -30,10 +30,12 @@ def extension_id(extension_dir):
 class ChromiumEngine(BridgeEngine):
     name = 'chromium'
     program = CHROMIUM
+    installed_program = '/usr/bin/chromium'  # Debian's launcher: it loads /usr/share/chromium/extensions/*
+    installed_extension = '/usr/share/chromium/extensions/passway'
     log_words = ('passway', 'console', 'nativemessaging')
 
-    def __init__(self, build, source, host, window=False):
-        super().__init__(build, source, host, window)
+    def __init__(self, build, source, host, window=False, installed=False):
+        super().__init__(build, source, host, window, installed)
         self.browser = None
         self.policy_made = []  # the policy file and the folders made for it, removed at the end
 
@@ -43,18 +45,19 @@ class ChromiumEngine(BridgeEngine):
         profile = os.path.join(run.work, 'chromium-profile')
         hosts = os.path.join(profile, 'NativeMessagingHosts')
         os.makedirs(hosts)
-        manifest = self.host_manifest()
-        if manifest['allowed_origins'] != ['chrome-extension://%s/' % self.id]:
-            raise RuntimeError('the host manifest does not name the extension ID %s that its key gives' % self.id)
-        self.manifest_file = os.path.join(hosts, HOST_NAME + '.json')
-        with open(self.manifest_file, 'w') as f:
-            json.dump(manifest, f)
+        if not self.installed:  # the installed package's manifest is in /etc/chromium/native-messaging-hosts
+            manifest = self.host_manifest()
+            if manifest['allowed_origins'] != ['chrome-extension://%s/' % self.id]:
+                raise RuntimeError('the host manifest does not name the extension ID %s that its key gives' % self.id)
+            self.manifest_file = os.path.join(hosts, HOST_NAME + '.json')
+            with open(self.manifest_file, 'w') as f:
+                json.dump(manifest, f)
         self.write_policy()
-        argv = [CHROMIUM] + ([] if self.window else ['--headless=new']) + [
+        ours = [] if self.installed else ['--load-extension=' + self.extension]
+        argv = [self.program] + ([] if self.window else ['--headless=new']) + [
             '--no-sandbox', '--user-data-dir=' + profile, '--no-first-run', '--disable-gpu', '--disable-dev-shm-usage',
-            '--disable-background-networking', '--disable-component-update', '--disable-sync',
-            '--load-extension=' + self.extension, '--remote-debugging-pipe', '--window-size=800,500',
-            '--enable-logging=stderr', '--v=0', 'about:blank']
+            '--disable-background-networking', '--disable-component-update', '--disable-sync'] + ours + [
+            '--remote-debugging-pipe', '--window-size=800,500', '--enable-logging=stderr', '--v=0', 'about:blank']
         with open(self.log_path, 'w') as log:
             self.browser = DevToolsPipe(argv, self.env, log)
         self.browser_pid = self.browser.process.pid

@@ -28,14 +28,20 @@ FIREFOX = '/usr/lib/firefox-esr/firefox-esr'
 EXTENSION_UUID = '7d1f3a52-6c0e-4b8e-9a35-0e2e50a55a11'  # the extension's pages: moz-extension://UUID/
 
 
+POLICIES = '/etc/firefox/policies/policies.json'  # Debian's firefox-esr reads the administrator's policies here
+
+
 class FirefoxEngine(BridgeEngine):
     name = 'firefox'
     program = FIREFOX
+    installed_program = '/usr/bin/firefox-esr'
+    installed_extension = '/usr/share/mozilla/extensions/{ec8030f7-c20a-464f-9b0e-13a3a9e97384}/passway@orvane.com'
 
     log_words = ('passway', 'native')
 
-    def __init__(self, build, source, host, window=False):
-        super().__init__(build, source, host, window)
+    def __init__(self, build, source, host, window=False, installed=False):
+        super().__init__(build, source, host, window, installed)
+        self.policy_made = []  # the system policy file and the folders made for it (installed runs)
         self.xpi = os.path.join(build, 'extension', 'passway-firefox.xpi')
         self.process = None
         self.marionette = None
@@ -44,23 +50,31 @@ class FirefoxEngine(BridgeEngine):
     def launch(self, run):
         with open(os.path.join(self.extension, 'manifest.json')) as f:
             self.id = json.load(f)['browser_specific_settings']['gecko']['id']
-        manifest = self.host_manifest()
-        if manifest['allowed_extensions'] != [self.id]:
-            raise RuntimeError('the host manifest does not name the extension %s' % self.id)
         mozilla = os.path.join(run.home, '.mozilla')
-        self.manifest_file = os.path.join(mozilla, 'native-messaging-hosts', HOST_NAME + '.json')
-        write_json(self.manifest_file, manifest)
-        if self.portal_origin:
+        if self.installed:  # the package's manifest, extension and policy folder, as an administrator's
+            self.manifest_file = '/usr/lib/mozilla/native-messaging-hosts/' + HOST_NAME + '.json'
+            if self.portal_origin:
+                self.write_system_policy()
+        else:
+            manifest = self.host_manifest()
+            if manifest['allowed_extensions'] != [self.id]:
+                raise RuntimeError('the host manifest does not name the extension %s' % self.id)
+            self.manifest_file = os.path.join(mozilla, 'native-messaging-hosts', HOST_NAME + '.json')
+            write_json(self.manifest_file, manifest)
+        if self.portal_origin and not self.installed:
             self.policy = os.path.join(mozilla, 'managed-storage', self.id + '.json')
             write_json(self.policy, {'name': self.id, 'description': 'Passway: the portals approved ahead',
                                      'type': 'storage', 'data': {'approvedOrigins': [self.portal_origin]}})
 
         profile = os.path.join(run.work, 'firefox-profile')
         os.makedirs(os.path.join(profile, 'extensions'))
-        shutil.copy(self.xpi, os.path.join(profile, 'extensions', self.id + '.xpi'))
-        prefs = {
+        prefs = {} if self.installed else {
             'xpinstall.signatures.required': False,   # the extension is not signed
             'extensions.autoDisableScopes': 0,         # a profile's own extension starts enabled
+        }
+        if not self.installed:
+            shutil.copy(self.xpi, os.path.join(profile, 'extensions', self.id + '.xpi'))
+        prefs.update({
             'extensions.webextensions.uuids': json.dumps({self.id: EXTENSION_UUID}),
             'marionette.port': 0,                      # any free port, written to MarionetteActivePort
             'devtools.console.stdout.chrome': True,    # the extension's console goes to the browser log
@@ -69,11 +83,11 @@ class FirefoxEngine(BridgeEngine):
             'toolkit.telemetry.reportingpolicy.firstRun': False,
             'browser.startup.homepage_override.mstone': 'ignore',
             'app.update.disabledForTesting': True,
-        }
+        })
         with open(os.path.join(profile, 'user.js'), 'w') as f:
             f.writelines('user_pref(%s, %s);\n' % (json.dumps(name), json.dumps(value)) for name, value in prefs.items())
 
-        argv = [FIREFOX] + ([] if self.window else ['--headless']) + [
+        argv = [self.program] + ([] if self.window else ['--headless']) + [
             '--no-remote', '--marionette', '-remote-allow-system-access', '--profile', profile, 'about:blank']
         with open(self.log_path, 'w') as log:
             self.process = subprocess.Popen(argv, env=self.env, stdin=subprocess.DEVNULL, stdout=log, stderr=log,
@@ -143,13 +157,33 @@ class FirefoxEngine(BridgeEngine):
     def popup_url(self, origin):
         return 'moz-extension://%s/popup.html?origin=%s' % (EXTENSION_UUID, urllib.parse.quote(origin, safe=''))
 
+    def write_system_policy(self):
+        """The administrator's policy approving the portal, in the system's policies.json (none may be there)."""
+        if os.path.exists(POLICIES):
+            raise RuntimeError('%s exists: an installed run will not replace an administrator\'s policies' % POLICIES)
+        folder = os.path.dirname(POLICIES)
+        while not os.path.isdir(folder):
+            self.policy_made.append(folder)
+            folder = os.path.dirname(folder)
+        write_json(POLICIES, {'policies': {'3rdparty': {'Extensions': {self.id: {
+            'approvedOrigins': [self.portal_origin]}}}}})
+        self.policy_made.insert(0, POLICIES)
+        self.policy = POLICIES
+
     def quit(self):
-        """Asks Firefox to quit; BridgeEngine.close ends what lingers of its session."""
-        if self.marionette:
-            with contextlib.suppress(MarionetteError):
-                self.marionette.command('Marionette:Quit', {'flags': ['eForceQuit']})
-            self.marionette.close()
-            self.marionette = None
+        """Asks Firefox to quit; BridgeEngine.close ends what lingers of its session. Removes a system
+        policy it wrote."""
+        try:
+            if self.marionette:
+                with contextlib.suppress(MarionetteError):
+                    self.marionette.command('Marionette:Quit', {'flags': ['eForceQuit']})
+                self.marionette.close()
+                self.marionette = None
+        finally:
+            for path in self.policy_made:  # the file, then the folders from the deepest
+                with contextlib.suppress(OSError):
+                    os.rmdir(path) if os.path.isdir(path) else os.remove(path)
+            self.policy_made = []
 
 
 def write_json(path, value):

@@ -23,9 +23,11 @@ import argparse
 import json
 import os
 import re
+import shutil
 import signal
 import subprocess
 import sys
+import tempfile
 import time
 import urllib.parse
 
@@ -33,6 +35,7 @@ sys.dont_write_bytecode = True  # importing the shared modules leaves no __pycac
 from demo_setup import DemoPortal, read
 from devtools_pipe import DevToolsError
 from embedding_cases import visit_cases
+from installed_package import CLIENT_ROOT, InstalledPackage, PackageError
 from engine_bridge import poll
 from engine_chromium import ChromiumEngine
 from engine_firefox import FirefoxEngine
@@ -60,8 +63,8 @@ class Run(DemoPortal):
     """The shared set-up plus a home folder for the browser (the plug-in logs there), whose environment
     hands the installer the test root and the service program."""
 
-    def __init__(self, build, source, engine):
-        super().__init__(build, source)
+    def __init__(self, build, source, engine, root=None):
+        super().__init__(build, source, root=root)
         self.engine = engine
         self.home = os.path.join(self.work, 'home')
         os.makedirs(self.home)
@@ -303,6 +306,7 @@ def host_problems(run):
 
 VISITS = [embeddings, install, connect, leave, probe, classic_install, classic_connect, classic_probe, bad_signature]
 BRIDGE_VISITS = [user_approval, quote_in_reply, host_problems]
+INSTALLED_VISITS = [install, connect, leave, probe, bad_signature]  # the demo portal's
 
 
 def main():
@@ -313,27 +317,53 @@ def main():
     parser.add_argument('--host', help='passway-host for the Chromium and Firefox runs (empty: the build has none)')
     parser.add_argument('--window', action='store_true', help='Chromium or Firefox in a window on $DISPLAY')
     parser.add_argument('--only', help='the visits to make, by name, comma-separated (default: all)')
+    parser.add_argument('--installed', action='store_true',
+                        help='Chromium or Firefox: the Debian package installed (root only), the browser started by its '
+                             'own launcher, the demo portal\'s visits, then the package purged')
     args = parser.parse_args()
     build, source = os.path.abspath(args.build), os.path.abspath(args.source)
     host = os.environ.get('PASSWAY_E2E_HOST') or args.host
     host = os.path.join(build, 'host', 'passway-host') if host is None else host
+    # A run stopped by SIGTERM (a time-out, a kill) still ends its browser and removes what it wrote.
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
+    if args.installed:
+        return run_installed(build, source, args)
     engine = ENGINES[args.engine](build, source, host, window=args.window)
     if engine.bridge and not host:
         print('e2e (%s): this build has no passway-host' % engine.name)
         return 77
+    return run_visits(build, source, engine, VISITS + (BRIDGE_VISITS if engine.bridge else []), args.only)
+
+
+def run_installed(build, source, args):
+    """The installed package's run: root only (77 otherwise)."""
+    if os.geteuid() != 0 or args.engine == 'qtwebkit':
+        print('e2e (%s, installed package): %s' % (args.engine, 'QtWebKit needs no package' if os.geteuid() == 0
+                                                     else 'installing the package needs root; skipped'))
+        return 77
+    work = tempfile.mkdtemp(prefix='passway-e2e-package-')
+    try:
+        with InstalledPackage(build, work):
+            engine = ENGINES[args.engine](build, source, None, window=args.window, installed=True)
+            return run_visits(build, source, engine, INSTALLED_VISITS, args.only, root=CLIENT_ROOT)
+    except PackageError as error:
+        print('e2e (%s, installed package) FAILED: %s' % (args.engine, error))
+        return 1
+    finally:
+        shutil.rmtree(work, ignore_errors=True)
+
+
+def run_visits(build, source, engine, visits, only, root=None):
     missing = engine.missing()
     if missing:
         print('e2e (%s): %s' % (engine.name, missing))
         return 1 if os.environ.get('CI') else 77
-    # A run stopped by SIGTERM (a time-out, a kill) still ends its browser and removes what it wrote.
-    signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
     started = time.monotonic()
-    run = Run(build, source, engine)
+    run = Run(build, source, engine, root)
     try:
         engine.start(run)
-        visits = VISITS + (BRIDGE_VISITS if engine.bridge else [])
-        if args.only:
-            visits = [visit for visit in visits if visit.__name__ in args.only.split(',')]
+        if only:
+            visits = [visit for visit in visits if visit.__name__ in only.split(',')]
         for visit in visits:
             began = time.monotonic()
             visit(run)
