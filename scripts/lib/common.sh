@@ -23,6 +23,18 @@ ensure_packages() {
     DEBIAN_FRONTEND=noninteractive "${sudo[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"
 }
 
+# The npm tools the checks use, pinned; installed into build-tools/ (not in git), where CMake finds them.
+PASSWAY_NPM_TOOLS=(addons-linter@10.14.0)
+ensure_npm_tools() {
+    command -v npm >/dev/null || ensure_packages npm
+    local dir="$PASSWAY_ROOT/build-tools" have
+    have=$(cd "$dir" 2>/dev/null && npm ls --depth=0 --parseable --long 2>/dev/null | sed -n 's/.*:\([^:]*@[^:@]\{1,\}\)$/\1/p' | sort | tr '\n' ' ')
+    [ "$have" = "$(printf '%s\n' "${PASSWAY_NPM_TOOLS[@]}" | sort | tr '\n' ' ')" ] && return 0
+    echo "== installing from npm: ${PASSWAY_NPM_TOOLS[*]}"
+    mkdir -p "$dir"
+    npm install --prefix "$dir" --no-audit --no-fund --silent "${PASSWAY_NPM_TOOLS[@]}"
+}
+
 # configure_and_build DIR [CMAKE ARGS...]: configures the project into DIR and builds it.
 configure_and_build() {
     local dir=$1
