@@ -33,7 +33,8 @@ endforeach()
 file(REMOVE_RECURSE "${OUT_DIR}")  # nothing stale from an earlier file list
 file(MAKE_DIRECTORY "${OUT_DIR}")
 foreach(name IN LISTS FILES)
-  file(COPY "${SOURCE_DIR}/${name}" DESTINATION "${OUT_DIR}")
+  get_filename_component(folder "${OUT_DIR}/${name}" DIRECTORY)  # icons/ keep their folder
+  file(COPY "${SOURCE_DIR}/${name}" DESTINATION "${folder}")
   file(TOUCH_NOCREATE "${OUT_DIR}/${name}")  # newer than the sources: the build sees it made
 endforeach()
 file(WRITE "${OUT_DIR}/manifest.json" "${manifest}\n")
