@@ -48,7 +48,8 @@ install(CODE "file(INSTALL DESTINATION \"\$ENV{HOME}/.mozilla/plugins\" TYPE SHA
 
 # ---- host and user-host -----------------------------------------------------------
 # passway_host_manifest(COMPONENT BROWSER FOLDER HOST [EXCLUDE_FROM_ALL]): an install step that writes the
-# browser's host manifest (extension/host-manifest/BROWSER/) into FOLDER with "path" set to HOST. Both are
+# browser's host manifest (extension/host-manifest/BROWSER/) into FOLDER with "path" set to HOST (and the
+# Chromium extension's ID, which the extension key gives, where the manifest names it). Both are
 # read when the install runs, so they may name \${CMAKE_INSTALL_PREFIX} (the install's prefix) or
 # \$ENV{HOME}; file(INSTALL) adds DESTDIR to FOLDER, never to the path written into the manifest.
 function(passway_host_manifest component browser folder host)
@@ -56,7 +57,9 @@ function(passway_host_manifest component browser folder host)
   set(staging ${CMAKE_BINARY_DIR}/package/host-manifest)
   install(CODE "
     file(READ \"${template}\" manifest)
+    file(STRINGS \"${CMAKE_BINARY_DIR}/extension/chromium-id.txt\" extension_id)
     string(REPLACE \"@PASSWAY_HOST_PATH@\" \"${host}\" manifest \"\${manifest}\")
+    string(REPLACE \"@PASSWAY_EXTENSION_ID@\" \"\${extension_id}\" manifest \"\${manifest}\")
     string(MD5 staged \"${folder} ${host} \$ENV{DESTDIR}\")  # installs side by side do not share a file
     file(WRITE \"${staging}/\${staged}/com.orvane.passway.json\" \"\${manifest}\")
     file(INSTALL DESTINATION \"${folder}\" TYPE FILE FILES \"${staging}/\${staged}/com.orvane.passway.json\")
@@ -71,7 +74,8 @@ passway_host_manifest(host chromium /etc/chromium/native-messaging-hosts "${inst
 passway_host_manifest(host chromium /etc/opt/chrome/native-messaging-hosts "${installed_host}")
 passway_host_manifest(host firefox /usr/lib/mozilla/native-messaging-hosts "${installed_host}")
 # The extension packages, for whoever hands them out.
-install(FILES ${CMAKE_BINARY_DIR}/extension/passway-chromium.zip ${CMAKE_BINARY_DIR}/extension/passway-firefox.xpi
+install(FILES ${CMAKE_BINARY_DIR}/extension/passway-chromium.zip ${CMAKE_BINARY_DIR}/extension/passway-chromium.crx
+              ${CMAKE_BINARY_DIR}/extension/passway-firefox.xpi
         DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/passway/extension COMPONENT host)
 # The unpacked extension where each browser loads it for everyone, with no click: Debian's chromium launcher
 # loads every folder of /usr/share/chromium/extensions (/etc/chromium.d/extensions), Firefox the add-ons of

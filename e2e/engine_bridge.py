@@ -70,7 +70,8 @@ class BridgeEngine:
     def host_manifest(self):
         """The browser's host manifest (extension/host-manifest/BROWSER/), pointing at the host under test."""
         with open(os.path.join(self.source, 'extension', 'host-manifest', self.name, HOST_NAME + '.json.in')) as f:
-            return json.loads(f.read().replace('@PASSWAY_HOST_PATH@', self.host))
+            return json.loads(f.read().replace('@PASSWAY_HOST_PATH@', self.host)
+                              .replace('@PASSWAY_EXTENSION_ID@', getattr(self, 'id', '')))
 
     def start(self, run):
         """Starts the browser for the run (its work, build, env and plugins; and its port, when it serves the

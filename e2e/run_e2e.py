@@ -230,7 +230,7 @@ def user_approval(run):
               % (badge, title, hosts, hosts_while_waiting))
         check(asked, 'unapproved: the extension did not ask the user about %s' % origin)
         check(badge == '?' and origin in (title or ''), 'unapproved: the toolbar shows %r, %r' % (badge, title))
-        check(hosts_while_waiting == hosts, 'unapproved: a host started for %s' % origin)
+        check(not set(hosts_while_waiting) - set(hosts), 'unapproved: a host started for %s' % origin)
         check(created() == elements, 'unapproved: the plug-in created an element for %s' % origin)
         check(waiting == [], 'unapproved: the page heard %r' % waiting)
         check(shown is False, 'unapproved: the page found the plug-in in navigator.mimeTypes')
@@ -243,7 +243,7 @@ def user_approval(run):
         engine.close_tab(tab)
     print('   after "Allow this portal": the page heard %r; hosts: %s' % (page, hosts_after))
     check(page == ['not installed'], 'allowed: the page heard %r, not the plug-in\'s VPNNotInstalled' % page)
-    check(len(hosts_after) == len(hosts) + 1, 'allowed: no host of its own started for the tab')
+    check(len(set(hosts_after) - set(hosts)) == 1, 'allowed: no host of its own started for the tab')
     check(created() == elements + 1, 'allowed: the plug-in did not create the element')
 
 

@@ -68,7 +68,8 @@ def chromium_profile(portal, build, source):
     profile = os.path.join(portal.work, 'chromium-profile')
     os.makedirs(os.path.join(profile, 'NativeMessagingHosts'))
     with open(os.path.join(source, 'extension', 'host-manifest', 'chromium', HOST_NAME + '.json.in')) as f:
-        manifest = f.read().replace('@PASSWAY_HOST_PATH@', os.path.join(build, 'host', 'passway-host'))
+        manifest = f.read().replace('@PASSWAY_HOST_PATH@', os.path.join(build, 'host', 'passway-host')).replace(
+            '@PASSWAY_EXTENSION_ID@', read(os.path.join(build, 'extension', 'chromium-id.txt')).strip())
     with open(os.path.join(profile, 'NativeMessagingHosts', HOST_NAME + '.json'), 'w') as f:
         f.write(manifest)
     return profile
