@@ -28,7 +28,7 @@ PASSWAY_NPM_TOOLS=(addons-linter@10.14.0)
 ensure_npm_tools() {
     command -v npm >/dev/null || ensure_packages npm
     local dir="$PASSWAY_ROOT/build-tools" have
-    have=$(cd "$dir" 2>/dev/null && npm ls --depth=0 --parseable --long 2>/dev/null | sed -n 's/.*:\([^:]*@[^:@]\{1,\}\)$/\1/p' | sort | tr '\n' ' ')
+    have=$(cd "$dir" 2>/dev/null && npm ls --depth=0 --parseable --long 2>/dev/null | sed -n 's/.*:\([^:]*@[^:@]\{1,\}\)$/\1/p' | sort | tr '\n' ' ') || have=''  # no folder yet
     [ "$have" = "$(printf '%s\n' "${PASSWAY_NPM_TOOLS[@]}" | sort | tr '\n' ' ')" ] && return 0
     echo "== installing from npm: ${PASSWAY_NPM_TOOLS[*]}"
     mkdir -p "$dir"
