@@ -10,6 +10,8 @@ import base64
 import hashlib
 import json
 import os
+import shutil
+import subprocess
 import tempfile
 import urllib.parse
 
@@ -34,8 +36,14 @@ class ChromiumEngine(BridgeEngine):
     installed_extension = '/usr/share/chromium/extensions/passway'
     log_words = ('passway', 'console', 'nativemessaging')
 
-    def __init__(self, build, source, host, window=False, installed=False):
+    def __init__(self, build, source, host, window=False, installed=False, forcelist=False):
         super().__init__(build, source, host, window, installed)
+        # forcelist: the extension installed by the administrator's ExtensionInstallForcelist from the packed
+        # CRX and its update manifest, served by the portal's server (root only: the policy lives in a mount
+        # namespace of the browser's own, where a private folder stands in /etc/chromium, so that no other
+        # Chromium on the machine sees it)
+        self.forcelist = forcelist
+        self.build = build
         self.browser = None
         self.policy_made = []  # the policy file and the folders made for it, removed at the end
 
@@ -52,15 +60,26 @@ class ChromiumEngine(BridgeEngine):
             self.manifest_file = os.path.join(hosts, HOST_NAME + '.json')
             with open(self.manifest_file, 'w') as f:
                 json.dump(manifest, f)
-        self.write_policy()
-        ours = [] if self.installed else ['--load-extension=' + self.extension]
+        if self.forcelist:
+            self.write_private_policy(run)
+        else:
+            self.write_policy()
+        ours = [] if self.installed or self.forcelist else ['--load-extension=' + self.extension]
         argv = [self.program] + ([] if self.window else ['--headless=new']) + [
             '--no-sandbox', '--user-data-dir=' + profile, '--no-first-run', '--disable-gpu', '--disable-dev-shm-usage',
             '--disable-background-networking', '--disable-component-update', '--disable-sync'] + ours + [
             '--remote-debugging-pipe', '--window-size=800,500', '--enable-logging=stderr', '--v=0', 'about:blank']
+        if self.forcelist:  # the forced install is a download that background networking would stop
+            argv.remove('--disable-background-networking')
+            argv = ['unshare', '--mount', '--propagation', 'private', 'sh', '-c',
+                    'mount --bind "$0" /etc/chromium && exec "$@"', self.private_etc] + argv
         with open(self.log_path, 'w') as log:
             self.browser = DevToolsPipe(argv, self.env, log)
         self.browser_pid = self.browser.process.pid
+        if self.forcelist and not poll(lambda: any(
+                target['url'].startswith('chrome-extension://%s/' % self.id)
+                for target in self.browser.command('Target.getTargets')['targetInfos'])):
+            raise RuntimeError('the administrator\'s ExtensionInstallForcelist did not install %s' % self.id)
 
     def write_policy(self):
         if not self.portal_origin:
@@ -79,6 +98,25 @@ class ChromiumEngine(BridgeEngine):
             json.dump({'3rdparty': {'extensions': {self.id: {'approvedOrigins': [self.portal_origin]}}}}, f)
         os.chmod(path, 0o644)
         self.policy = path
+
+    def write_private_policy(self, run):
+        """The packed extension and its update manifest on the portal's server, and a policy that force-installs
+        it and approves the portal, in a folder that stands in /etc/chromium for this browser alone."""
+        site = os.path.join(run.work, 'site')
+        shutil.copy(os.path.join(self.build, 'extension', 'passway-chromium.crx'), site)
+        update = subprocess.run([os.path.join(self.build, 'tools', 'passway-crx'), 'update-manifest', self.id, '1.0',
+                                 '%s/passway-chromium.crx' % self.portal_origin], capture_output=True, text=True, check=True)
+        with open(os.path.join(site, 'update.xml'), 'w') as f:
+            f.write(update.stdout)
+        self.private_etc = os.path.join(run.work, 'etc-chromium')
+        managed = os.path.join(self.private_etc, 'policies', 'managed')
+        os.makedirs(managed)
+        self.policy = os.path.join(managed, 'passway.json')
+        with open(self.policy, 'w') as f:
+            # DeveloperToolsAvailability 1: the run drives the popup of a force-installed extension over DevTools.
+            json.dump({'ExtensionInstallForcelist': ['%s;%s/update.xml' % (self.id, self.portal_origin)],
+                       'DeveloperToolsAvailability': 1,
+                       '3rdparty': {'extensions': {self.id: {'approvedOrigins': [self.portal_origin]}}}}, f)
 
     def remove_policy(self):
         for path in self.policy_made:  # the file, then the folders from the deepest

@@ -317,6 +317,9 @@ def main():
     parser.add_argument('--host', help='passway-host for the Chromium and Firefox runs (empty: the build has none)')
     parser.add_argument('--window', action='store_true', help='Chromium or Firefox in a window on $DISPLAY')
     parser.add_argument('--only', help='the visits to make, by name, comma-separated (default: all)')
+    parser.add_argument('--forcelist', action='store_true',
+                        help='Chromium: the extension force-installed by policy from its CRX (root only), the demo '
+                             'portal\'s visits')
     parser.add_argument('--installed', action='store_true',
                         help='Chromium or Firefox: the Debian package installed (root only), the browser started by its '
                              'own launcher, the demo portal\'s visits, then the package purged')
@@ -328,6 +331,12 @@ def main():
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
     if args.installed:
         return run_installed(build, source, args)
+    if args.forcelist:
+        if os.geteuid() != 0 or args.engine != 'chromium':
+            print('e2e (%s, forcelist): Chromium as root only; skipped' % args.engine)
+            return 77
+        engine = ENGINES[args.engine](build, source, host, window=args.window, forcelist=True)
+        return run_visits(build, source, engine, INSTALLED_VISITS, args.only)
     engine = ENGINES[args.engine](build, source, host, window=args.window)
     if engine.bridge and not host:
         print('e2e (%s): this build has no passway-host' % engine.name)
