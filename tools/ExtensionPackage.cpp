@@ -37,6 +37,13 @@ std::string publicDer(EVP_PKEY* key) {
     return out;
 }
 
+// The CRX ID of a public key: the first 16 bytes of SHA-256 of its DER form.
+std::string crxId(const std::string& der) {
+    unsigned char digest[SHA256_DIGEST_LENGTH];
+    SHA256(reinterpret_cast<const unsigned char*>(der.data()), der.size(), digest);
+    return std::string(reinterpret_cast<char*>(digest), 16);
+}
+
 std::string base64(const std::string& bytes) {
     std::string out(4 * ((bytes.size() + 2) / 3) + 1, '\0');
     int n = EVP_EncodeBlock(reinterpret_cast<unsigned char*>(&out[0]),
@@ -68,11 +75,9 @@ ExtensionKey readExtensionKey(const std::string& keyPath) {
     Key key = loadKey(keyPath, result.error);
     if (key == nullptr) return result;
     result.publicKeyDer = publicDer(key.get());
-    unsigned char digest[SHA256_DIGEST_LENGTH];
-    SHA256(reinterpret_cast<const unsigned char*>(result.publicKeyDer.data()), result.publicKeyDer.size(), digest);
-    for (int i = 0; i < 16; ++i) {
-        result.id += static_cast<char>('a' + (digest[i] >> 4));
-        result.id += static_cast<char>('a' + (digest[i] & 0xf));
+    for (unsigned char byte : crxId(result.publicKeyDer)) {  // hex digits written a-p
+        result.id += static_cast<char>('a' + (byte >> 4));
+        result.id += static_cast<char>('a' + (byte & 0xf));
     }
     result.manifestKey = base64(result.publicKeyDer);
     result.ok = !result.publicKeyDer.empty();
@@ -83,9 +88,7 @@ std::string packCrx3(const std::string& keyPath, const std::string& zip, std::st
     Key key = loadKey(keyPath, error);
     if (key == nullptr) return "";
     std::string der = publicDer(key.get());
-    unsigned char id[SHA256_DIGEST_LENGTH];
-    SHA256(reinterpret_cast<const unsigned char*>(der.data()), der.size(), id);
-    std::string signedData = field(1, std::string(reinterpret_cast<char*>(id), 16));
+    std::string signedData = field(1, crxId(der));
     std::string message = std::string("CRX3 SignedData\0", 16) + littleEndian32(static_cast<uint32_t>(signedData.size())) +
                           signedData + zip;
     std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> context(EVP_MD_CTX_new(), EVP_MD_CTX_free);
