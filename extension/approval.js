@@ -1,12 +1,20 @@
-// Which portal origins may use the plug-in, and which wait for the user's answer.
+// Which portal origins may use the plug-in, which wait for the user's answer, and which the administrator
+// refuses.
 //
-// Approved: the administrator's list (managed storage, `approvedOrigins`, see schema.json) and the user's
-// (local storage, `approvedOrigins`). Waiting: per tab, the origins whose elements wait for approval, in
-// session storage under `waiting:TAB`, where the popup finds them; the tab's badge and title say so.
-// Shared by the background and the popup.
+// An element runs only when the origin of its frame and the origin of its tab's top-level page are both
+// approved: an approved portal framed by another site waits until that site is approved too.
+// Approved: the administrator's list (managed storage `approvedOrigins`, see schema.json) and the user's
+// (local storage `approvedOrigins`), unless the administrator's `allowUserApprovals` is false: then the
+// administrator's list alone. A plain http: origin other than loopback is refused everywhere when the
+// administrator's `allowPlainHttp` is false; otherwise the popup warns before the user approves one.
+// Waiting: per tab, the elements' origins that wait, in session storage under `waiting:TAB`, where the popup
+// finds them; the tab's badge and title say so. Shared by the background and the popup.
 
 const APPROVED_KEY = 'approvedOrigins';
 const WAITING_PREFIX = 'waiting:';
+// The badge's colours: red for what is wrong with the host (every tab), blue for a tab that waits.
+export const PROBLEM_BADGE_COLOR = '#c5221f';
+const WAITING_BADGE_COLOR = '#1a5fb4';
 
 // The origin of an http(s) URL or origin text, or null.
 export function portalOrigin(text) {
@@ -18,48 +26,113 @@ export function portalOrigin(text) {
   }
 }
 
-async function originList(area) {
-  const stored = await area.get(APPROVED_KEY).catch(() => ({}));
-  const list = Array.isArray(stored[APPROVED_KEY]) ? stored[APPROVED_KEY] : [];
-  return list.map(portalOrigin).filter(Boolean);
+// True for an http: origin whose traffic may leave the machine (anything but loopback).
+export function isPlainHttp(origin) {
+  const url = new URL(origin);
+  if (url.protocol !== 'http:') return false;
+  const host = url.hostname;
+  return !(host === 'localhost' || host.endsWith('.localhost') || host === '[::1]' || /^127\.\d+\.\d+\.\d+$/.test(host));
 }
 
-// The administrator's and the user's approved origins. `managed` is null when the administrator's list did
-// not come within `managedWait` ms (Chromium answers it only once it has loaded the policy).
-export async function approvedOrigins(managedWait = Infinity) {
+// What the administrator and the user approved, and the administrator's rules.
+export class Approvals {
+  constructor({ managed = [], user = [], allowUserApprovals = true, allowPlainHttp = true } = {}) {
+    this.managed = new Set(managed);
+    this.user = new Set(user);
+    this.userApprovals = allowUserApprovals !== false;
+    this.plainHttp = allowPlainHttp !== false;
+  }
+
+  // Why the user cannot approve `origin` ('administrator': only the administrator's list runs; 'plain-http':
+  // the administrator refuses plain http), or null when the user may.
+  refusal(origin) {
+    if (!this.plainHttp && isPlainHttp(origin)) return 'plain-http';
+    if (!this.userApprovals && !this.managed.has(origin)) return 'administrator';
+    return null;
+  }
+
+  allows(origin) {
+    if (!origin || this.refusal(origin)) return false;
+    return this.managed.has(origin) || (this.userApprovals && this.user.has(origin));
+  }
+
+  // Whether an element of a frame of `origin` in a page of `top` runs.
+  runs(origin, top) {
+    return this.allows(origin) && this.allows(top);
+  }
+
+  // Every origin that runs by itself, sorted.
+  list() {
+    return [...new Set([...this.managed, ...this.user])].filter((origin) => this.allows(origin)).sort();
+  }
+}
+
+async function stored(area) {
+  return area.get([APPROVED_KEY, 'allowUserApprovals', 'allowPlainHttp']).catch(() => ({}));
+}
+
+function origins(value) {
+  return Array.isArray(value) ? value.map(portalOrigin).filter(Boolean) : [];
+}
+
+// The approvals now; null when the administrator's policy did not come within `managedWait` ms (Chromium
+// answers it only once it has loaded the policy).
+export async function readApprovals(managedWait = Infinity) {
   const late = new Promise((resolve) => {
     if (managedWait !== Infinity) setTimeout(() => resolve(null), managedWait);
   });
-  const [managed, user] = await Promise.all([Promise.race([originList(chrome.storage.managed), late]),
-                                             originList(chrome.storage.local)]);
-  return { managed: managed && new Set(managed), user: new Set(user) };
+  const [policy, user] = await Promise.all([Promise.race([stored(chrome.storage.managed), late]),
+                                            stored(chrome.storage.local)]);
+  if (policy === null) return null;
+  return new Approvals({ managed: origins(policy[APPROVED_KEY]), user: origins(user[APPROVED_KEY]),
+                         allowUserApprovals: policy.allowUserApprovals, allowPlainHttp: policy.allowPlainHttp });
 }
 
-export async function isApproved(origin) {
-  const { managed, user } = await approvedOrigins();
-  return managed.has(origin) || user.has(origin);
+// The user's approval of these origins (the popup's "Allow").
+export async function approve(list) {
+  const user = origins((await stored(chrome.storage.local))[APPROVED_KEY]);
+  const added = list.filter((origin) => !user.includes(origin));
+  if (added.length) await chrome.storage.local.set({ [APPROVED_KEY]: [...user, ...added] });
 }
 
-// The user's approval (the popup's "Allow this portal").
-export async function approve(origin) {
-  const user = await originList(chrome.storage.local);
-  if (!user.includes(origin)) await chrome.storage.local.set({ [APPROVED_KEY]: [...user, origin] });
+// The user takes an approval back (the popup's "Remove").
+export async function unapprove(origin) {
+  const user = origins((await stored(chrome.storage.local))[APPROVED_KEY]);
+  await chrome.storage.local.set({ [APPROVED_KEY]: user.filter((o) => o !== origin) });
 }
 
-// True when a storage change may have approved an origin.
+// True when a storage change may have changed the approvals.
 export function approvalsChanged(changes, area) {
-  return (area === 'local' || area === 'managed') && APPROVED_KEY in changes;
+  return (area === 'local' && APPROVED_KEY in changes) || area === 'managed';
 }
 
-export async function setWaiting(tabId, origins) {
+// The waiting entry of an element: {origin, top (when another), refusal (the administrator's, or null)}.
+export function waitingEntry(approvals, origin, top) {
+  const entry = { origin, top: top === origin ? null : top, refusal: approvals.refusal(origin) };
+  if (!entry.refusal && entry.top) entry.refusal = approvals.refusal(top);
+  return entry;
+}
+
+function entryText({ origin, top }) {
+  return top ? `${origin} (inside ${top})` : origin;
+}
+
+// Records what waits in the tab and shows it on the tab's button: `?` when the user can allow something;
+// a title that says what waits or what the administrator refuses; nothing at all when nothing waits.
+export async function setWaiting(tabId, entries) {
   const key = WAITING_PREFIX + tabId;
-  if (origins.length) await chrome.storage.session.set({ [key]: origins });
+  if (entries.length) await chrome.storage.session.set({ [key]: entries });
   else await chrome.storage.session.remove(key);
-  const waiting = origins.length > 0;
+  const askable = entries.filter((entry) => !entry.refusal);
+  const refused = entries.filter((entry) => entry.refusal);
+  const parts = [];
+  if (askable.length) parts.push(`${askable.map(entryText).join(', ')} wants to use the VPN plug-in. Click to allow it.`);
+  if (refused.length) parts.push(`Your administrator does not allow ${refused.map(entryText).join(', ')} to use the VPN plug-in.`);
   // A tab that waits shows it; any other shows what the whole button shows (null: the tab's own value goes).
-  const title = waiting ? `Passway: ${origins.join(', ')} wants to use the VPN plug-in. Click to allow it.` : null;
+  const title = parts.length ? `Passway: ${parts.join(' ')}` : null;
   await Promise.all([
-    chrome.action.setBadgeText({ tabId, text: waiting ? '?' : null }),
+    chrome.action.setBadgeText({ tabId, text: askable.length ? '?' : null }),
+    chrome.action.setBadgeBackgroundColor({ tabId, color: askable.length ? WAITING_BADGE_COLOR : PROBLEM_BADGE_COLOR }),
     chrome.action.setTitle({ tabId, title }),
   ]).catch(() => {});  // the tab is gone
 }
@@ -69,12 +142,12 @@ export async function forgetTab(tabId) {
   await chrome.storage.session.remove(WAITING_PREFIX + tabId);
 }
 
-// Map tab id -> origins waiting there.
-export async function waitingOrigins() {
+// Map tab id -> the entries waiting there.
+export async function waitingEntries() {
   const all = await chrome.storage.session.get(null);
   const waiting = new Map();
-  for (const [key, origins] of Object.entries(all)) {
-    if (key.startsWith(WAITING_PREFIX)) waiting.set(Number(key.slice(WAITING_PREFIX.length)), origins);
+  for (const [key, entries] of Object.entries(all)) {
+    if (key.startsWith(WAITING_PREFIX)) waiting.set(Number(key.slice(WAITING_PREFIX.length)), entries);
   }
   return waiting;
 }

@@ -5,6 +5,7 @@
 // (content-fetch.js). Talks to the background over one port, opened when the first element appears.
 
 const tracked = new Map();  // element -> its key in this frame
+const watched = new Set();  // the frame's <embed> and <object> elements: their size and attribute changes are watched
 const fetches = new PackageFetches();
 let nextKey = 1;
 let port = null;
@@ -19,17 +20,29 @@ function announce(element, key) {
   channel().postMessage({ op: 'appear', key, attributes: parametersOf(element) });
 }
 
+function watch(element) {
+  if (watched.has(element)) return;
+  if (!watched.size) observeAttributes(true);
+  watched.add(element);
+  sizes.observe(element);
+}
+
+function unwatch(element) {
+  if (!watched.delete(element)) return;
+  sizes.unobserve(element);
+  if (!watched.size) observeAttributes(false);
+}
+
 function appear(element) {
   const key = nextKey++;
   tracked.set(element, key);
-  sizes.observe(element);
+  watch(element);
   announce(element, key);
 }
 
 function vanish(element) {
   const key = tracked.get(element);
   tracked.delete(element);
-  sizes.unobserve(element);
   port?.postMessage({ op: 'vanish', key });
 }
 
@@ -41,15 +54,38 @@ function review(renewed = new Set()) {
   const wanted = new Set();
   for (const element of candidates) {
     if (servedElement(element, isShown)) wanted.add(element);
-    else if (asksForPlugin(element)) sizes.observe(element);  // it may be laid out later
   }
   for (const element of [...tracked.keys()]) {
     if (!wanted.has(element) || !element.isConnected) vanish(element);
   }
+  for (const element of [...watched]) {
+    if (!element.isConnected) unwatch(element);
+  }
+  for (const element of candidates) watch(element);  // it may be laid out, or become ours, later
   for (const element of wanted) {
     if (tracked.has(element) && renewed.has(element)) vanish(element);
     if (!tracked.has(element)) appear(element);
   }
+}
+
+// Whether a node added or removed is or holds an <embed> or an <object>.
+function mayMatter(node) {
+  if (node.nodeType !== Node.ELEMENT_NODE) return false;
+  const name = node.localName;
+  return name === 'embed' || name === 'object' ||
+    (node.firstElementChild !== null && node.querySelector('embed, object') !== null);
+}
+
+// Whether a batch of changes needs a review. A page with no <embed> and no <object> costs a look at the
+// nodes it adds and removes; attribute changes are observed only while the frame has such an element.
+function needsReview(mutations) {
+  for (const mutation of mutations) {
+    if (mutation.type === 'attributes') return true;
+    if (watched.has(mutation.target)) return true;  // an <object>'s children
+    for (const node of mutation.addedNodes) if (mayMatter(node)) return true;
+    if (watched.size) for (const node of mutation.removedNodes) if (mayMatter(node)) return true;
+  }
+  return false;
 }
 
 // An element's instance is made again when an <object>'s children change (<param> elements added or
@@ -105,8 +141,13 @@ addEventListener('pageshow', (event) => {
 
 // Style changes that hide or show an element reach the page through its size.
 const sizes = new ResizeObserver(() => review());
-new MutationObserver((mutations) => review(changedElements(mutations))).observe(document, {
-  childList: true, subtree: true, attributes: true,
-  attributeFilter: ['type', 'data', 'src', 'style', 'class', 'hidden'],
+const changes = new MutationObserver((mutations) => {
+  if (needsReview(mutations)) review(changedElements(mutations));
 });
+function observeAttributes(on) {
+  changes.observe(document, on
+    ? { childList: true, subtree: true, attributes: true, attributeFilter: ['type', 'data', 'src', 'style', 'class', 'hidden'] }
+    : { childList: true, subtree: true });
+}
+observeAttributes(false);
 review();

@@ -5,7 +5,7 @@
 // entry that a rule adds to their documents). Nothing of it shows on any other origin. The script and the
 // rules outlast the browser session, so that the first page of the next session sees the plug-in before
 // that session's host has been asked; the answer then confirms or removes them.
-import { approvedOrigins } from './approval.js';
+import { PROBLEM_BADGE_COLOR, readApprovals } from './approval.js';
 import { describe, HOST_NAME, PROTOCOL_VERSION, statusOfDisconnect, statusOfMessage } from './host-status.js';
 
 const STATUS_KEY = 'hostStatus';
@@ -96,11 +96,11 @@ async function apply() {
   const { badge, title } = describe(status);
   await Promise.all([
     chrome.action.setBadgeText({ text: badge }),
-    chrome.action.setBadgeBackgroundColor({ color: '#c5221f' }),
+    chrome.action.setBadgeBackgroundColor({ color: PROBLEM_BADGE_COLOR }),
     chrome.action.setTitle({ title }),
   ]);
-  const { managed, user } = await approvedOrigins(POLICY_WAIT_MS);
-  if (managed === null) {
+  const approvals = await readApprovals(POLICY_WAIT_MS);
+  if (approvals === null) {
     // The policy is not loaded yet (Chromium answers a read made early in its session only once something
     // else wakes it, such as an element's approval, which applies this again): what is in place stays, the
     // last session's, and this is tried again a few times.
@@ -108,7 +108,7 @@ async function apply() {
     return;
   }
   policyTries = 0;
-  const origins = status?.state === 'ready' ? [...new Set([...managed, ...user])].sort() : [];
+  const origins = status?.state === 'ready' ? approvals.list() : [];
   const { name, description, filename, mimeTypes } = status?.plugin ?? {};
   const value = encodeURIComponent(JSON.stringify({ name, description, filename, mimeTypes }));
   const applied = JSON.stringify([origins, value]);

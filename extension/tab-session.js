@@ -1,12 +1,19 @@
 // One tab's part of the bridge: the plug-in elements of its frames, and the one native port to passway-host,
 // opened when the first element of an approved origin appears and kept until the tab closes (the plug-in
 // stays loaded across the tab's page loads, as in a browser). Protocol: docs/bridge.md.
-import { forgetTab, isApproved, setWaiting } from './approval.js';
+import { forgetTab, portalOrigin, readApprovals, setWaiting, waitingEntry } from './approval.js';
 import { HOST_NAME, PROTOCOL_VERSION, statusOfDisconnect, statusOfMessage } from './host-status.js';
 import { callsInPage } from './page-call.js';
 import { PartJoiner } from './parts.js';
 import { applyPresence, disconnectReason, setHostStatus } from './presence.js';
 const MAX_CALLS_AT_ONCE = 256;  // page calls in one injection
+const NPERR_NO_ERROR = 0;  // the NPError of an NPP_New or NPP_Destroy that succeeded
+
+// A call the host may ask for: a plain function name and at most one text or number.
+function isPageCall(name, args) {
+  return typeof name === 'string' && /^[A-Za-z_$][\w$]*$/.test(name) && Array.isArray(args) && args.length <= 1 &&
+    args.every((arg) => typeof arg === 'string' || typeof arg === 'number');
+}
 
 export class TabSession {
   #tabId;
@@ -25,7 +32,9 @@ export class TabSession {
   // A content script's port: one frame's document. It closes when that document goes away.
   attachFrame(port) {
     const sender = port.sender;
-    const frame = { port, origin: sender.origin, frameId: sender.frameId, documentId: sender.documentId,
+    // The top-level page's origin: the frame's own for the top frame, else the tab's.
+    const top = sender.frameId === 0 ? sender.origin : portalOrigin(sender.tab?.url ?? '') ?? 'null';
+    const frame = { port, origin: sender.origin, top, frameId: sender.frameId, documentId: sender.documentId,
                     keys: new Map() };
     port.onMessage.addListener((message) => this.#fromFrame(frame, message));
     port.onDisconnect.addListener(() => {
@@ -41,12 +50,18 @@ export class TabSession {
     forgetTab(this.#tabId);
   }
 
-  // Elements waiting for approval whose origin is now approved are created, without a reload.
+  // Elements waiting for approval whose origins are now approved are created, without a reload. When an
+  // element that runs is no longer approved, the tab's host ends at once (with it every instance and the
+  // service it started) and every element of the tab waits again: those still approved get a new host.
   async approvalsChanged() {
+    const approvals = await readApprovals();
+    const revoked = [...this.#elements.values()].some(
+      (element) => element.state === 'created' && !approvals.runs(element.frame.origin, element.frame.top));
+    if (revoked) this.#endHost();
     for (const element of this.#elements.values()) {
       if (element.state === 'waiting') await this.#admit(element);
     }
-    this.#showWaiting();
+    await this.#showWaiting();
   }
 
   #fromFrame(frame, message) {
@@ -76,8 +91,8 @@ export class TabSession {
   }
 
   async #admit(element) {
-    const approved = await isApproved(element.frame.origin);
-    if (!approved || element.state !== 'waiting') return;  // not approved, or gone or created meanwhile
+    const approvals = await readApprovals();
+    if (!approvals.runs(element.frame.origin, element.frame.top) || element.state !== 'waiting') return;
     applyPresence();  // the administrator's list may have come only now
     element.state = 'created';
     this.#connect(element.frame.origin);
@@ -97,12 +112,30 @@ export class TabSession {
     else if (was === 'waiting') this.#showWaiting();
   }
 
-  #showWaiting() {
-    const origins = new Set();
-    for (const element of this.#elements.values()) {
-      if (element.state === 'waiting') origins.add(element.frame.origin);
+  async #showWaiting() {
+    const approvals = await readApprovals();
+    const entries = new Map();
+    for (const { state, frame } of this.#elements.values()) {
+      if (state === 'waiting') entries.set(`${frame.origin} ${frame.top}`, waitingEntry(approvals, frame.origin, frame.top));
     }
-    setWaiting(this.#tabId, [...origins]);
+    await setWaiting(this.#tabId, [...entries.values()]);
+  }
+
+  // Ends the tab's host: its instances end with it, and every element of the tab waits again.
+  #endHost() {
+    this.#native?.disconnect();
+    this.#native = null;
+    this.#dropHostWork();
+    for (const element of this.#elements.values()) {
+      if (element.state === 'created' || element.state === 'lost') element.state = 'waiting';
+    }
+  }
+
+  // What the host that went asked for: its downloads are cancelled, its page calls not made.
+  #dropHostWork() {
+    for (const [request, element] of this.#requests) this.#toFrame(element.frame, { op: 'cancel', request });
+    this.#requests.clear();
+    this.#queuedCalls.length = 0;
   }
 
   #connect(origin) {
@@ -124,8 +157,7 @@ export class TabSession {
       for (const element of this.#elements.values()) {
         if (element.state === 'created') element.state = 'lost';
       }
-      for (const [request, element] of this.#requests) this.#toFrame(element.frame, { op: 'cancel', request });
-      this.#requests.clear();
+      this.#dropHostWork();
     });
     this.#send({ op: 'hello', version: PROTOCOL_VERSION, userAgent: navigator.userAgent, origin });
   }
@@ -169,7 +201,7 @@ export class TabSession {
         break;
       case 'created':
       case 'destroyed':
-        if (message.result !== 0) console.warn(`passway: ${message.op} element ${message.element}: NPError`, message.result);
+        if (message.result !== NPERR_NO_ERROR) console.warn(`passway: ${message.op} element ${message.element}: NPError`, message.result);
         break;
       case 'call':
         this.#pageCall(message);
@@ -190,7 +222,7 @@ export class TabSession {
 
   #pageCall({ call, element: id, function: name, args }) {
     const element = this.#elements.get(id);
-    if (element?.state !== 'created') return;  // the host dropped the element's calls with it
+    if (element?.state !== 'created' || !Number.isSafeInteger(call)) return;  // the host dropped its calls
     this.#queuedCalls.push({ call, element, name, args });
     if (!this.#calling) this.#runCalls();
   }
@@ -205,14 +237,20 @@ export class TabSession {
       while (count < this.#queuedCalls.length && count < MAX_CALLS_AT_ONCE &&
              this.#queuedCalls[count].element.frame === first) ++count;
       const batch = this.#queuedCalls.splice(0, count);
-      const good = batch.filter(({ name, args }) => typeof name === 'string' && Array.isArray(args));
+      const good = batch.filter(({ name, args }) => isPageCall(name, args));
       const results = good.length > 0
-        ? await callsInPage(this.#tabId, first.documentId, first.frameId, good.map(({ name, args }) => [name, args]))
+        ? await callsInPage(this.#tabId, first.documentId, first.frameId, first.origin,
+                            good.map(({ name, args }) => [name, args]))
         : [];
       for (const entry of batch) {
+        if (entry.element.state !== 'created') continue;
         const at = good.indexOf(entry);
-        const result = at >= 0 ? results[at] : { error: 'bad call' };
-        if (entry.element.state === 'created') this.#send({ op: 'result', call: entry.call, ...result });
+        const result = at >= 0 ? results[at] : { error: 'not a call the extension makes' };
+        // Field by field: nothing of the page's answer but the text checked in page-call.js goes on.
+        const message = { op: 'result', call: entry.call };
+        if (typeof result.error === 'string') message.error = result.error;
+        else message.value = typeof result.value === 'string' ? result.value : null;
+        this.#send(message);
       }
     }
     this.#calling = false;
