@@ -68,8 +68,10 @@ NpapiHost::NpapiHost(const std::string& pluginPath, Handler& handler) : m_handle
 }
 
 NpapiHost::~NpapiHost() {
-    for (auto& instance : m_instances)
-        if (instance->alive) destroy(instance.get());
+    while (!m_instances.empty()) {
+        Instance* instance = m_instances.back().get();
+        instance->alive ? static_cast<void>(destroy(instance)) : discard(instance);
+    }
     if (m_initialized) m_shutdown();
     if (m_library != nullptr) dlclose(m_library);
     if (g_host == this) g_host = nullptr;
@@ -137,10 +139,40 @@ NPError NpapiHost::setWindow(Instance* instance, uint32_t width, uint32_t height
 }
 
 NPError NpapiHost::destroy(Instance* instance) {
-    if (instance == nullptr) return NPERR_INVALID_INSTANCE_ERROR;
+    if (instance == nullptr || instance->retired) return NPERR_INVALID_INSTANCE_ERROR;
     NPError error = plugin().destroy != nullptr ? plugin().destroy(&instance->npp, nullptr) : NPERR_GENERIC_ERROR;
-    instance->alive = false;
+    retire(instance);
     return error;
+}
+
+void NpapiHost::discard(Instance* instance) {
+    if (instance != nullptr && !instance->retired) retire(instance);
+}
+
+// Frees what the plug-in may no longer read and moves the record to the kept ones.
+void NpapiHost::retire(Instance* instance) {
+    instance->alive = false;
+    instance->retired = true;
+    std::vector<std::string>().swap(instance->names);
+    std::vector<std::string>().swap(instance->values);
+    auto it = std::find_if(m_instances.begin(), m_instances.end(),
+                           [&](const std::unique_ptr<Instance>& kept) { return kept.get() == instance; });
+    if (it == m_instances.end()) return;
+    m_retired.push_back(std::move(*it));
+    m_instances.erase(it);
+    if (m_retired.size() > kKeptRecords) m_retired.pop_front();
+}
+
+NpapiHost::Usage NpapiHost::usage() const {
+    Usage usage;
+    auto count = [&](const Instance& instance) {
+        ++usage.records;
+        for (const std::string& text : instance.names) usage.parameterBytes += text.size();
+        for (const std::string& text : instance.values) usage.parameterBytes += text.size();
+    };
+    for (const auto& instance : m_instances) count(*instance);
+    for (const auto& instance : m_retired) count(*instance);
+    return usage;
 }
 
 // ---- streams ---------------------------------------------------------------------------------------------

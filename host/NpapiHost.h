@@ -10,6 +10,7 @@
 #define PASSWAY_HOST_NPAPIHOST_H
 
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <string>
 #include <utility>
@@ -37,12 +38,29 @@ public:
         }
     };
 
-    // One element of the page.
+    // One element of the page. Its names and values stay in place while it lives (the plug-in may keep
+    // pointers to them); once it is destroyed only the record itself is kept, emptied (see kKeptRecords).
     struct Instance {
         NPP_t npp{};
         std::vector<std::string> names, values;
         NPWindow window{};
-        bool alive = false;  // between a successful NPP_New and NPP_Destroy
+        bool alive = false;    // between a successful NPP_New and NPP_Destroy
+        bool retired = false;  // destroyed or discarded: never handed to the plug-in again
+    };
+
+    // How many records of destroyed instances are kept, the oldest freed first. The host never reads
+    // through an NPP the plug-in hands it: it only compares it with the NPPs of the instances alive, so the
+    // NPP of a destroyed instance matches none and a late call with it is dropped. The one harm would be
+    // an address given again to a new instance while the plug-in still holds the old one: keeping the
+    // record keeps its address taken, so that needs this many instances made after it. The plug-in calls
+    // the browser only from inside its own calls, on the browser's thread, and its NPP_Destroy releases
+    // what it knew of the instance (pdata), so nothing of it is left to call with by then.
+    static constexpr size_t kKeptRecords = 1024;
+
+    // What the host holds for instances: records (alive or kept) and the bytes of their names and values.
+    struct Usage {
+        size_t records = 0;
+        size_t parameterBytes = 0;
     };
 
     // Loads the library; loaded() tells whether that worked and loadError() why not.
@@ -68,8 +86,14 @@ public:
     Instance* create(const Parameters& parameters, NPError* result = nullptr);
     // NPP_SetWindow with a windowless drawable of this size.
     NPError setWindow(Instance* instance, uint32_t width, uint32_t height);
-    // NPP_Destroy; a destroyed instance is never called again.
+    // NPP_Destroy; a destroyed instance is never called again. Its names and values are freed; the
+    // record stays readable until kKeptRecords more instances have gone (a second destroy() of it
+    // answers NPERR_INVALID_INSTANCE_ERROR).
     NPError destroy(Instance* instance);
+    // Frees an instance whose NPP_New failed without calling NPP_Destroy, as a browser does not destroy
+    // what the plug-in never made; the record is kept as destroy() keeps it.
+    void discard(Instance* instance);
+    Usage usage() const;
 
     // The body of one URL request, handed to the plug-in as a browser does: open() is NPP_NewStream,
     // write() loops NPP_WriteReady / NPP_Write until the plug-in has taken the bytes, finish() is
@@ -121,7 +145,9 @@ private:
         unsigned char bytes[kPluginTableFullSize];
     } m_pluginTable{};
     bool m_initialized = false;
-    std::vector<std::unique_ptr<Instance>> m_instances;
+    void retire(Instance* instance);
+    std::vector<std::unique_ptr<Instance>> m_instances;  // not yet destroyed
+    std::deque<std::unique_ptr<Instance>> m_retired;     // the last kKeptRecords destroyed, emptied
 };
 
 #endif
