@@ -47,7 +47,7 @@ std::string requestTarget(const std::string& url) {
 }
 
 ServiceRequest::ServiceRequest(NpapiHost& host, NPP instance, std::string url, void* notifyData, bool notify)
-    : m_url(url), m_stream(host, instance, std::move(url), notifyData, notify) {}
+    : m_url(url), m_logUrl(urlForLog(url)), m_stream(host, instance, std::move(url), notifyData, notify) {}
 
 ServiceRequest::~ServiceRequest() {
     if (m_fd >= 0) close(m_fd);
@@ -56,7 +56,7 @@ ServiceRequest::~ServiceRequest() {
 bool ServiceRequest::start() {
     m_fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (m_fd < 0) {
-        hostLog("service request %s: socket failed: %s", m_url.c_str(), strerror(errno));
+        hostLog("service request %s: socket failed: %s", m_logUrl.c_str(), strerror(errno));
         finish(NPRES_NETWORK_ERR);
         return false;
     }
@@ -66,7 +66,7 @@ bool ServiceRequest::start() {
     inet_pton(AF_INET, TUNVO_SERVICE_HOST, &address.sin_addr);
     // Loopback answers at once: connect and send blocking, then read without blocking.
     if (connect(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
-        hostLog("service request %s: connect failed: %s", m_url.c_str(), strerror(errno));
+        hostLog("service request %s: connect failed: %s", m_logUrl.c_str(), strerror(errno));
         finish(NPRES_NETWORK_ERR);
         return false;
     }
@@ -76,7 +76,7 @@ bool ServiceRequest::start() {
         ssize_t n = send(m_fd, request.data() + sent, request.size() - sent, MSG_NOSIGNAL);
         if (n < 0 && errno == EINTR) continue;
         if (n <= 0) {
-            hostLog("service request %s: send failed: %s", m_url.c_str(), strerror(errno));
+            hostLog("service request %s: send failed: %s", m_logUrl.c_str(), strerror(errno));
             finish(NPRES_NETWORK_ERR);
             return false;
         }
@@ -91,12 +91,19 @@ bool ServiceRequest::start() {
 // followed them is the body's beginning. False when the request ended here.
 bool ServiceRequest::takeHeaders() {
     size_t end = m_headers.find("\r\n\r\n");
+    // Without their end in the first kMaxServiceHeaderBytes, the headers are longer than that.
+    if (end == std::string::npos ? m_headers.size() >= kMaxServiceHeaderBytes : end + 4 > kMaxServiceHeaderBytes) {
+        hostLog("service request %s: headers longer than %zu bytes", m_logUrl.c_str(), kMaxServiceHeaderBytes);
+        m_headersTooLong = true;
+        finish(NPRES_NETWORK_ERR);
+        return false;
+    }
     if (end == std::string::npos) return true;
     m_headersDone = true;
     int status = 0;
     if (sscanf(m_headers.c_str(), "HTTP/%*d.%*d %d", &status) != 1) status = 0;
     if (status < 200 || status > 299) {
-        hostLog("service request %s: answered with status %d", m_url.c_str(), status);
+        hostLog("service request %s: answered with status %d", m_logUrl.c_str(), status);
         finish(NPRES_NETWORK_ERR);
         return false;
     }
@@ -127,13 +134,13 @@ bool ServiceRequest::onReadable() {
         if (n < 0 && errno == EINTR) continue;
         if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return true;
         if (n < 0) {
-            hostLog("service request %s: read failed: %s", m_url.c_str(), strerror(errno));
+            hostLog("service request %s: read failed: %s", m_logUrl.c_str(), strerror(errno));
             finish(NPRES_NETWORK_ERR);
             return false;
         }
         if (n == 0) {
             bool whole = m_headersDone;
-            if (!whole) hostLog("service request %s: closed before its headers ended", m_url.c_str());
+            if (!whole) hostLog("service request %s: closed before its headers ended", m_logUrl.c_str());
             finish(whole ? NPRES_DONE : NPRES_NETWORK_ERR);
             return false;
         }
@@ -151,7 +158,7 @@ bool ServiceRequest::onReadable() {
 bool ServiceRequest::checkSilence(time_t now) {
     if (m_fd < 0) return false;
     if (now - m_lastHeard < kServiceSilenceSeconds) return true;
-    hostLog("service request %s: no answer for %d s", m_url.c_str(), kServiceSilenceSeconds);
+    hostLog("service request %s: no answer for %d s", m_logUrl.c_str(), kServiceSilenceSeconds);
     finish(NPRES_NETWORK_ERR);
     return false;
 }

@@ -10,6 +10,9 @@
 #include "NpapiHost.h"
 
 constexpr int kServiceSilenceSeconds = 120;  // a service silent this long ends the request (network error)
+// A reply whose status line and headers (through the blank line) pass this ends the request (network error):
+// the service's own headers are a few hundred bytes.
+constexpr size_t kMaxServiceHeaderBytes = 64u << 10;
 
 // The request line's target for `url` as a browser sends it: path and query, the fragment left out, and
 // the bytes a browser escapes in them percent-encoded (space, quotes, <, >, control and non-ASCII bytes).
@@ -32,6 +35,8 @@ public:
     // Ends the request with a network error when the service has been silent too long; false once over.
     bool checkSilence(time_t now);
     NPP instance() const { return m_stream.instance(); }
+    // Whether the request ended because the reply's headers passed kMaxServiceHeaderBytes.
+    bool headersTooLong() const { return m_headersTooLong; }
     // Ends the request as a browser ends the loads of an element it destroys: the plug-in hears a network
     // error (and may ask the service itself, as it does in a browser).
     void stop();
@@ -41,10 +46,12 @@ private:
     bool takeHeaders();
 
     std::string m_url;
+    std::string m_logUrl;  // the URL as the log shows it
     NpapiHost::Stream m_stream;
     int m_fd = -1;
     std::string m_headers;
     bool m_headersDone = false;
+    bool m_headersTooLong = false;
     time_t m_lastHeard = 0;
 };
 
