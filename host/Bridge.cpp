@@ -47,20 +47,6 @@ std::map<std::string, std::string> openTemporaryFiles() {
     return files;
 }
 
-bool integer(const json& message, const char* field, int64_t& value) {
-    auto it = message.find(field);
-    if (it == message.end() || !it->is_number_integer()) return false;
-    value = it->get<int64_t>();
-    return true;
-}
-
-bool text(const json& message, const char* field, std::string& value) {
-    auto it = message.find(field);
-    if (it == message.end() || !it->is_string()) return false;
-    value = it->get<std::string>();
-    return true;
-}
-
 uint32_t dimension(const NpapiHost::Parameters& attributes, const char* name) {
     for (const auto& [key, value] : attributes)
         if (strcasecmp(key.c_str(), name) == 0) return static_cast<uint32_t>(std::clamp(atol(value.c_str()), 0L, 65535L));
@@ -69,22 +55,29 @@ uint32_t dimension(const NpapiHost::Parameters& attributes, const char* name) {
 
 }  // namespace
 
-Bridge::Bridge(std::string pluginPath, FrameWriter& out) : m_pluginPath(std::move(pluginPath)), m_out(out) {}
+Bridge::Bridge(std::string pluginPath, FrameWriter& out, protocol::Limits limits)
+    : m_pluginPath(std::move(pluginPath)), m_out(out), m_limits(limits) {}
 
 Bridge::~Bridge() { shutdown(); }
 
+NpapiHost::Usage Bridge::usage() const { return m_npapi != nullptr ? m_npapi->usage() : NpapiHost::Usage(); }
+
 // ---- the extension's messages ----------------------------------------------------------------------------
 
-void Bridge::refuse(int code, const std::string& message, const char* field, const json& value) {
-    std::string detail = value.dump(-1, ' ', false, json::error_handler_t::replace);
-    hostLog("refused (%d %s): %s=%.200s", code, message.c_str(), field, detail.c_str());
-    m_out.send({{"op", "error"}, {"code", code}, {"message", message}, {field, value}});
+void Bridge::refuse(Error code, const json& value, const std::string& about) {
+    json message = protocol::errorMessage(code, value);
+    const protocol::ErrorText& text = protocol::errorText(code);
+    std::string shown = message[text.field].dump(-1, ' ', false, json::error_handler_t::replace);
+    hostLog("refused (%d %s): %s=%s%s%.200s%s", code, text.message, text.field, shown.c_str(), about.empty() ? "" : " (",
+            about.c_str(), about.empty() ? "" : ")");
+    m_out.send(std::move(message));
 }
 
 // The package's data frames are nearly all of what arrives. The JSON library reads a long string a byte at a
 // time and copies it twice, so the one shape the extension sends them in, {"op":"data","request":N,"data":"..."}
 // with nothing but base64 digits in the text, is read here; any other shape goes to the library like every
-// other message. Returns false when the frame was not taken.
+// other message. The shape holds exactly the fields of "data" in protocol::operation(), nothing nested and
+// nothing more. Returns false when the frame was not taken.
 bool Bridge::takeDataFrame(const std::string& frame) {
     static const char kHead[] = "{\"op\":\"data\",\"request\":";
     static const char kData[] = ",\"data\":\"";
@@ -118,26 +111,30 @@ void Bridge::onFrame(const std::string& frame) {
     } catch (const std::exception& e) {
         // Every field is checked before it is read; this is the last guard that keeps the host alive.
         hostLog("a message could not be handled: %s", e.what());
-        m_out.send({{"op", "error"}, {"code", kBadMessage}, {"message", "bad message"}, {"refused", json()}});
+        m_out.send(protocol::errorMessage(protocol::kBadMessage, nullptr));
     }
 }
 
+// Nothing walks a message before it has passed the nesting limit, and nothing reads a field before the
+// operation's table has checked it.
 void Bridge::onMessage(const std::string& frame) {
     if (takeDataFrame(frame)) return;
+    if (protocol::nestedDeeperThan(frame, protocol::kMaxDepth))
+        return refuse(protocol::kTooDeep, protocol::kMaxDepth, std::to_string(frame.size()) + " bytes");
     json message = json::parse(frame, nullptr, false);
-    if (message.is_discarded() || !message.is_object()) {
-        refuse(kBadFrame, "bad frame", "length", frame.size());
-        return;
-    }
-    std::string op;
-    if (!text(message, "op", op)) {
-        refuse(kBadMessage, "bad message", "refused", message.contains("op") ? message["op"] : json());
-        return;
-    }
+    if (message.is_discarded() || !message.is_object()) return refuse(protocol::kBadFrame, frame.size());
+    auto opField = message.find("op");
+    if (opField == message.end() || !opField->is_string())
+        return refuse(protocol::kBadMessage, opField != message.end() ? protocol::shortValue(*opField) : json());
+    const std::string& op = opField->get_ref<const std::string&>();
+    const protocol::Operation* operation = protocol::operation(op);
+    if (operation == nullptr) return refuse(protocol::kUnknownOp, protocol::shortValue(op));
+    if (op != "hello" && !m_ready) return refuse(protocol::kNotReady, op);
+    protocol::Error code = protocol::kBadMessage;
+    std::string field;
+    if (!protocol::checkFields(message, *operation, code, field))
+        return code == protocol::kUnexpectedField ? refuse(code, field, op) : refuse(code, op, field);
     if (op == "hello") return hello(message);
-    static const std::set<std::string> known = {"create", "destroy", "result", "response", "data", "end"};
-    if (known.count(op) == 0) return refuse(kUnknownOp, "unknown op", "refused", op);
-    if (!m_ready) return refuse(kNotReady, "not ready", "refused", op);
     if (op == "create") return create(message);
     if (op == "destroy") return destroy(message);
     if (op == "result") return result(message);
@@ -147,10 +144,10 @@ void Bridge::onMessage(const std::string& frame) {
 }
 
 void Bridge::hello(const json& message) {
-    int64_t version = 0;
-    if (m_ready || m_pluginFailed || !integer(message, "version", version) || !text(message, "userAgent", m_userAgent))
-        return refuse(kBadMessage, "bad message", "refused", "hello");
-    if (version != kProtocolVersion) return refuse(kUnsupportedVersion, "unsupported version", "got", version);
+    if (m_ready || m_pluginFailed) return refuse(protocol::kBadMessage, "hello", "a second hello");
+    int64_t version = message["version"].get<int64_t>();
+    if (version != kProtocolVersion) return refuse(protocol::kUnsupportedVersion, version);
+    m_userAgent = message["userAgent"].get<std::string>();
     m_ready = true;
     m_npapi = std::make_unique<NpapiHost>(m_pluginPath, static_cast<NpapiHost::Handler&>(*this));
     NPError initialized = m_npapi->loaded() ? m_npapi->initialize() : NPERR_MODULE_LOAD_FAILED_ERROR;
@@ -158,15 +155,14 @@ void Bridge::hello(const json& message) {
         hostLog("cannot use the plug-in %s: %s (NP_Initialize %d)", m_pluginPath.c_str(),
                 m_npapi->loadError().c_str(), initialized);
         m_pluginFailed = true;
-        return refuse(kNoPlugin, "no plug-in", "path", m_pluginPath);
+        return refuse(protocol::kNoPlugin, m_pluginPath);
     }
     const char* name = "";
     const char* description = "";
     m_npapi->getValue(nullptr, NPPVpluginNameString, &name);
     m_npapi->getValue(nullptr, NPPVpluginDescriptionString, &description);
-    std::string origin = "?";
-    text(message, "origin", origin);
-    hostLog("plug-in %s loaded for %s", m_pluginPath.c_str(), origin.c_str());
+    std::string origin = message.contains("origin") ? urlForLog(message["origin"].get<std::string>()) : "?";
+    hostLog("plug-in %s loaded for %.200s", m_pluginPath.c_str(), origin.c_str());
     const char* mimeDescription = m_npapi->getMIMEDescription != nullptr ? m_npapi->getMIMEDescription() : nullptr;
     m_out.send({{"op", "ready"}, {"plugin", m_pluginPath}, {"name", name ? name : ""},
                 {"description", description ? description : ""},
@@ -174,18 +170,21 @@ void Bridge::hello(const json& message) {
 }
 
 void Bridge::create(const json& message) {
-    int64_t element = 0;
-    auto attributes = message.find("attributes");
-    if (!integer(message, "element", element) || attributes == message.end() || !attributes->is_array())
-        return refuse(kBadMessage, "bad message", "refused", "create");
+    int64_t element = message["element"].get<int64_t>();
+    const json& attributes = message["attributes"];
+    if (m_pluginFailed) return refuse(protocol::kNoPlugin, m_pluginPath);
+    if (m_elements.count(element) != 0) return refuse(protocol::kUnknownElement, element, "made twice");
+    if (m_elements.size() >= m_limits.elements)
+        return refuse(protocol::kTooManyElements, m_limits.elements, "element " + std::to_string(element));
+    size_t bytes = 0;
+    for (const json& pair : attributes)
+        bytes += pair[0].get_ref<const std::string&>().size() + pair[1].get_ref<const std::string&>().size();
+    if (bytes > m_limits.attributeBytes)
+        return refuse(protocol::kAttributesTooLarge, m_limits.attributeBytes,
+                      "element " + std::to_string(element) + ": " + std::to_string(bytes) + " bytes");
     NpapiHost::Parameters parameters;
-    for (const json& pair : *attributes) {
-        if (!pair.is_array() || pair.size() != 2 || !pair[0].is_string() || !pair[1].is_string())
-            return refuse(kBadMessage, "bad message", "refused", "create");
-        parameters.emplace_back(pair[0].get<std::string>(), pair[1].get<std::string>());
-    }
-    if (m_pluginFailed) return refuse(kNoPlugin, "no plug-in", "path", m_pluginPath);
-    if (m_elements.count(element) != 0) return refuse(kUnknownElement, "unknown element", "element", element);
+    parameters.reserve(attributes.size());
+    for (const json& pair : attributes) parameters.emplace_back(pair[0].get<std::string>(), pair[1].get<std::string>());
     NPError created = NPERR_GENERIC_ERROR;
     NpapiHost::Instance* instance = m_npapi->create(parameters, &created);
     m_elements[element] = instance;
@@ -194,26 +193,26 @@ void Bridge::create(const json& message) {
 }
 
 void Bridge::destroy(const json& message) {
-    int64_t element = 0;
-    if (!integer(message, "element", element)) return refuse(kBadMessage, "bad message", "refused", "destroy");
+    int64_t element = message["element"].get<int64_t>();
     auto it = m_elements.find(element);
-    if (it == m_elements.end()) return refuse(kUnknownElement, "unknown element", "element", element);
+    if (it == m_elements.end()) return refuse(protocol::kUnknownElement, element);
     NpapiHost::Instance* instance = it->second;
     m_elements.erase(it);
     NPError destroyed = NPERR_NO_ERROR;
     if (instance->alive) {
         endElement(&instance->npp);
         destroyed = m_npapi->destroy(instance);
+    } else {
+        m_npapi->discard(instance);
     }
     m_out.send({{"op", "destroyed"}, {"element", element}, {"result", destroyed}});
 }
 
 void Bridge::result(const json& message) {
-    int64_t id = 0;
-    if (!integer(message, "call", id)) return refuse(kBadMessage, "bad message", "refused", "result");
+    int64_t id = message["call"].get<int64_t>();
     auto it = m_calls.find(static_cast<uint64_t>(id));
     if (it == m_calls.end()) {
-        if (m_dropped.count(static_cast<uint64_t>(id)) == 0) refuse(kUnknownRequest, "unknown request", "call", id);
+        if (m_dropped.count(static_cast<uint64_t>(id)) == 0) refuse(protocol::kUnknownRequest, id, "result");
         return;
     }
     Pending call = it->second;
@@ -221,7 +220,8 @@ void Bridge::result(const json& message) {
     NpapiHost::Stream stream(*m_npapi, call.instance, call.url, call.notifyData, call.notify);
     auto value = message.find("value");
     if (message.contains("error")) {
-        hostLog("page call %s failed: %.200s", call.url.c_str(), message["error"].dump().c_str());
+        hostLog("page call %s failed: %.200s", urlForLog(call.url).c_str(),
+                message["error"].get_ref<const std::string&>().c_str());
         stream.finish(NPRES_NETWORK_ERR);
     } else if (value != message.end() && value->is_string()) {
         // The function's value comes back as the body of the request, as a browser streams it.
@@ -235,78 +235,85 @@ void Bridge::result(const json& message) {
     }
 }
 
-Bridge::Fetch* Bridge::openFetch(const json& message, const char* op) {
-    int64_t id = 0;
-    if (!integer(message, "request", id)) {
-        refuse(kBadMessage, "bad message", "refused", op);
-        return nullptr;
-    }
+Bridge::Fetch* Bridge::openFetch(const json& message) {
+    int64_t id = message["request"].get<int64_t>();
     auto it = m_fetches.find(static_cast<uint64_t>(id));
     if (it == m_fetches.end()) {
-        if (m_dropped.count(static_cast<uint64_t>(id)) == 0) refuse(kUnknownRequest, "unknown request", "request", id);
+        if (m_dropped.count(static_cast<uint64_t>(id)) == 0)
+            refuse(protocol::kUnknownRequest, id, message["op"].get<std::string>());
         return nullptr;
     }
     return &it->second;
 }
 
 void Bridge::response(const json& message) {
-    Fetch* fetch = openFetch(message, "response");
+    Fetch* fetch = openFetch(message);
     if (fetch == nullptr) return;
-    int64_t status = 0;
-    std::string type;
+    int64_t status = message["status"].get<int64_t>();
     uint64_t id = message["request"].get<uint64_t>();
-    if (!integer(message, "status", status) || !text(message, "mimeType", type) || fetch->stream != nullptr)
-        return refuse(kBadMessage, "bad message", "refused", "response");
+    if (fetch->stream != nullptr) return refuse(protocol::kBadMessage, "response", "a second response");
     const Pending& request = fetch->request;
     fetch->stream = std::make_unique<NpapiHost::Stream>(*m_npapi, request.instance, request.url, request.notifyData,
                                                         request.notify);
     if (status < 200 || status > 299) {
-        hostLog("fetch %s: status %lld", request.url.c_str(), static_cast<long long>(status));
+        hostLog("fetch %s: status %lld", urlForLog(request.url).c_str(), static_cast<long long>(status));
         return endFetch(id, NPRES_NETWORK_ERR, true);
     }
     // The plug-in makes its package file while it opens the stream: note it, so that a body cut off
     // never leaves a partial file behind.
     std::map<std::string, std::string> before = openTemporaryFiles();
-    bool opened = fetch->stream->open(type);
+    bool opened = fetch->stream->open(message["mimeType"].get<std::string>());
     for (const auto& [fd, path] : openTemporaryFiles())
         if (before.count(fd) == 0 || before[fd] != path) fetch->file = path;
     if (!opened) endFetch(id, NPRES_NETWORK_ERR, true);
 }
 
 void Bridge::data(const json& message) {
-    Fetch* fetch = openFetch(message, "data");
+    Fetch* fetch = openFetch(message);
     if (fetch == nullptr) return;
-    std::string encoded;
-    if (!text(message, "data", encoded) || fetch->stream == nullptr || !fetch->stream->opened())
-        return refuse(kBadMessage, "bad message", "refused", "data");
-    CString bytes = CRFCBase64::Decode(encoded.c_str());
+    if (fetch->stream == nullptr || !fetch->stream->opened())
+        return refuse(protocol::kBadMessage, "data", "no stream open");
+    CString bytes = CRFCBase64::Decode(message["data"].get_ref<const std::string&>().c_str());
     if (!fetch->stream->write(bytes, static_cast<size_t>(bytes.GetLength())))
         endFetch(message["request"].get<uint64_t>(), NPRES_NETWORK_ERR, true);
 }
 
 void Bridge::end(const json& message) {
-    Fetch* fetch = openFetch(message, "end");
+    Fetch* fetch = openFetch(message);
     if (fetch == nullptr) return;
-    auto ok = message.find("ok");
-    if (ok == message.end() || !ok->is_boolean()) return refuse(kBadMessage, "bad message", "refused", "end");
-    if (!ok->get<bool>())
-        hostLog("fetch %s failed: %.200s", fetch->request.url.c_str(), message.value("error", json()).dump().c_str());
-    bool whole = ok->get<bool>() && fetch->stream != nullptr && fetch->stream->opened();
+    bool ok = message["ok"].get<bool>();
+    if (!ok)
+        hostLog("fetch %s failed: %.200s", urlForLog(fetch->request.url).c_str(),
+                message.contains("error") ? message["error"].get_ref<const std::string&>().c_str() : "");
+    bool whole = ok && fetch->stream != nullptr && fetch->stream->opened();
     endFetch(message["request"].get<uint64_t>(), whole ? NPRES_DONE : NPRES_NETWORK_ERR, false);
 }
 
 // ---- the plug-in's requests ----------------------------------------------------------------------------
 
+// Called from inside the plug-in: nothing may be thrown back into it.
 NPError Bridge::requestUrl(NPP instance, const char* url, const char* target, void* notifyData, bool notify) {
-    std::string text = url != nullptr ? url : "";
-    bool carried = startsWith(text, kJavascript) || isServiceUrl(text) || isWebUrl(text);
-    if (target != nullptr || !carried) {
-        hostLog("refused request for %.200s%s", text.c_str(), target != nullptr ? " (with a target)" : "");
-        return NPERR_INVALID_URL;
+    try {
+        std::string text = url != nullptr ? url : "";
+        bool carried = startsWith(text, kJavascript) || isServiceUrl(text) || isWebUrl(text);
+        if (target != nullptr || !carried) {
+            hostLog("refused request for %.200s%s", urlForLog(text).c_str(), target != nullptr ? " (with a target)" : "");
+            return NPERR_INVALID_URL;
+        }
+        if (requestsInFlight() >= m_limits.requests) {
+            refuse(protocol::kTooManyRequests, m_limits.requests, "request for " + urlForLog(text));
+            return NPERR_OUT_OF_MEMORY_ERROR;
+        }
+        m_queue.push_back({instance, text, notifyData, notify});
+        return NPERR_NO_ERROR;
+    } catch (const std::exception& e) {
+        hostLog("a request of the plug-in could not be taken: %s", e.what());
+        return NPERR_OUT_OF_MEMORY_ERROR;
     }
-    m_queue.push_back({instance, text, notifyData, notify});
-    return NPERR_NO_ERROR;
 }
+
+// Page calls and fetches the extension has not answered, service requests open, and requests not yet carried.
+size_t Bridge::requestsInFlight() const { return m_calls.size() + m_fetches.size() + m_service.size() + m_queue.size(); }
 
 const char* Bridge::userAgentOf(NPP) { return m_userAgent.c_str(); }
 
@@ -324,7 +331,7 @@ void Bridge::carry(const Pending& request) {
         PageCall call;
         std::string why;
         if (!parsePageCall(request.url, call, why)) {
-            hostLog("page call not made (%s): %.200s", why.c_str(), request.url.c_str());
+            hostLog("page call not made (%s): %s", why.c_str(), urlForLog(request.url).c_str());
             NpapiHost::Stream(*m_npapi, request.instance, request.url, request.notifyData, request.notify)
                 .finish(NPRES_NETWORK_ERR);
             return;
@@ -417,7 +424,10 @@ std::vector<int> Bridge::watched() const {
 void Bridge::onReadable(int fd) {
     for (size_t i = 0; i < m_service.size(); ++i) {
         if (m_service[i]->fd() != fd) continue;
-        if (!m_service[i]->onReadable()) m_service.erase(m_service.begin() + static_cast<long>(i));
+        if (!m_service[i]->onReadable()) {
+            if (m_service[i]->headersTooLong()) refuse(protocol::kServiceHeadersTooLong, kMaxServiceHeaderBytes);
+            m_service.erase(m_service.begin() + static_cast<long>(i));
+        }
         return;
     }
 }

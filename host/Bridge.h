@@ -17,24 +17,15 @@
 
 #include "Frames.h"
 #include "NpapiHost.h"
+#include "Protocol.h"
 #include "ServiceRequest.h"
 
 class Bridge : private NpapiHost::Handler {
 public:
-    // Numbered errors of the protocol.
-    enum Error {
-        kBadFrame = 1,
-        kUnsupportedVersion = 2,
-        kUnknownOp = 3,
-        kBadMessage = 4,
-        kNoPlugin = 5,
-        kUnknownElement = 6,
-        kUnknownRequest = 7,
-        kNotReady = 8,
-    };
+    using Error = protocol::Error;
 
     // `pluginPath` is loaded at the extension's hello; messages to the extension go through `out`.
-    Bridge(std::string pluginPath, FrameWriter& out);
+    Bridge(std::string pluginPath, FrameWriter& out, protocol::Limits limits = protocol::Limits());
     // Ends every element and the plug-in (see shutdown()).
     ~Bridge() override;
     Bridge(const Bridge&) = delete;
@@ -51,6 +42,8 @@ public:
     // The tab closed: abandons every open request (removing a partial package file), destroys every
     // element, shuts the plug-in down and unloads it.
     void shutdown();
+    // What the plug-in's host holds for the elements (nothing before hello).
+    NpapiHost::Usage usage() const;
 
 private:
     // A URL request of the plug-in.
@@ -72,6 +65,7 @@ private:
 
     void onMessage(const std::string& frame);
     bool takeDataFrame(const std::string& frame);
+    size_t requestsInFlight() const;
     void hello(const nlohmann::json& message);
     void create(const nlohmann::json& message);
     void destroy(const nlohmann::json& message);
@@ -86,11 +80,13 @@ private:
     void endElement(NPP instance);
     int64_t elementOf(NPP instance) const;
     bool alive(NPP instance) const;
-    void refuse(int code, const std::string& message, const char* field, const nlohmann::json& value);
-    Fetch* openFetch(const nlohmann::json& message, const char* op);
+    // Sends the error `code` carrying `value` and logs it (with `about`, when given).
+    void refuse(Error code, const nlohmann::json& value, const std::string& about = "");
+    Fetch* openFetch(const nlohmann::json& message);
 
     std::string m_pluginPath;
     FrameWriter& m_out;
+    protocol::Limits m_limits;
     std::unique_ptr<NpapiHost> m_npapi;
     bool m_ready = false;
     bool m_pluginFailed = false;

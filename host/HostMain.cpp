@@ -78,7 +78,7 @@ int main() {
             for (FrameReader::Result r; (r = in.next(frame, length)) != FrameReader::Result::NeedMore;) {
                 if (r == FrameReader::Result::TooLarge) {
                     hostLog("a frame of %u bytes: more than a browser sends; reading stops", length);
-                    out.send({{"op", "error"}, {"code", Bridge::kBadFrame}, {"message", "bad frame"}, {"length", length}});
+                    out.send(protocol::errorMessage(protocol::kBadFrame, length));
                     open = false;
                     break;
                 }

@@ -3,6 +3,9 @@
 // out with the test plug-in in between.
 #include <gtest/gtest.h>
 
+#include <map>
+#include <sstream>
+
 #include "Bridge.h"
 #include "FakeService.h"
 #include "HostLog.h"
@@ -72,16 +75,33 @@ const char* kProbe = R"({"op":"create","element":4,"attributes":[["type","applic
 
 class BridgeTest : public ::testing::Test {
 protected:
-    BridgeTest() { setHostLogSink([this](const std::string& line) { hostLog += line + "\n"; }); }
+    explicit BridgeTest(protocol::Limits limits = protocol::Limits()) : bridge(PASSWAY_TEST_PLUGIN, out, limits) {
+        setHostLogSink([this](const std::string& line) { hostLog += line + "\n"; });
+    }
     // Sends a message (or, given as a string, a frame's text) and carries what the plug-in asks for,
-    // answering its page calls with nothing. A stale EINTR in errno must change nothing.
+    // answering its page calls with nothing (unless answerCalls is false). A stale EINTR in errno must
+    // change nothing.
     void send(const json& message) {
         bridge.onFrame(message.is_string() ? message.get<std::string>() : message.dump());
         errno = EINTR;
         bridge.run();
-        while (answered < sent.size())
+        answer();
+    }
+    // Answers the page calls not yet answered.
+    void answer() {
+        while (answerCalls && answered < sent.size())
             if (sent[answered++]["op"] == "call")
-                send({{"op", "result"}, {"call", sent[answered - 1]["call"]}});
+                send({{"op", "result"}, {"call", sent[answered - 1]["call"]}, {"value", nullptr}});
+    }
+    // The error messages sent since the `from`th message, as "code field-value" each.
+    std::vector<std::string> errorsSince(size_t from) const {
+        std::vector<std::string> errors;
+        for (size_t i = from; i < sent.size(); ++i)
+            if (sent[i]["op"] == "error") {
+                std::string field = protocol::errorText(sent[i]["code"].get<protocol::Error>()).field;
+                errors.push_back(sent[i]["code"].dump() + " " + sent[i][field].dump());
+            }
+        return errors;
     }
     // An installing element whose fetch is answered; returns the fetch's request id.
     json install(const std::string& size) {
@@ -99,6 +119,7 @@ protected:
     TempHome home;
     std::string hostLog, calls, frame, package = readFile(TEST_INSTALLER);  // calls: function[args] each
     uint32_t answered = 0, length = 0;  // page calls answered; a frame's length
+    bool answerCalls = true;
     std::vector<json> sent;
     FrameReader replies;
     FrameWriter out{[this](const char* data, size_t size) {
@@ -108,7 +129,7 @@ protected:
         }
         return true;
     }};
-    Bridge bridge{PASSWAY_TEST_PLUGIN, out};
+    Bridge bridge;
 };
 
 // Every bad frame gets its numbered error (with the refused op or value, when given here) and a log line.
@@ -121,7 +142,8 @@ TEST_F(BridgeTest, BadInputGetsItsNumberedErrorAndALogLine) {
         {"a message before hello", R"({"op":"create","element":1,"attributes":[]})", 8, "\"create\""},
         {"another version", R"({"op":"hello","version":2,"userAgent":"x"})", 2, ""},
         {"hello without its agent", R"({"op":"hello","version":1})", 4, "\"hello\""},
-        {"hello (origin 5 ignored)", R"({"op":"hello","version":1,"userAgent":"x","origin":5})", 0, ""},
+        {"hello with an origin that is no text", R"({"op":"hello","version":1,"userAgent":"x","origin":5})", 4, "\"hello\""},
+        {"hello", R"({"op":"hello","version":1,"userAgent":"x","origin":"https://portal.test"})", 0, ""},
         {"a second hello", R"({"op":"hello","version":1,"userAgent":"x"})", 4, "\"hello\""},
         {"an element", R"({"op":"create","element":1,"attributes":[]})", 0, ""},
         {"attributes not pairs", R"({"op":"create","element":2,"attributes":[["a"]]})", 4, "\"create\""},
@@ -220,6 +242,258 @@ TEST_F(BridgeTest, ThePackageIsInstalledWholeAndNoPartOfABrokenOneStays) {
         EXPECT_NE(0, access(file.c_str(), F_OK)) << (tabCloses ? "tab closed" : "network failure");
         EXPECT_NE(std::string::npos, hostLog.find("removed the partial package file " + file));
     }
+}
+
+// Every message has exactly its operation's fields: one missing or of another type gets 4 (with the op),
+// one the operation does not have there gets 9 (with its name). Messages that pass reach the next check:
+// 7, for calls and requests that are not open.
+TEST_F(BridgeTest, EveryMessageHasExactlyItsOperationsFields) {
+    send(R"({"op":"hello","version":1,"userAgent":"x"})");  // the probe's: no origin
+    ASSERT_EQ("ready", sent.back()["op"]);
+    const struct { const char* shows; std::string frame, error; } rows[] = {
+        {"create with a field more", R"({"op":"create","element":1,"attributes":[],"type":"x"})", R"(9 "type")"},
+        {"create without attributes", R"({"op":"create","element":1})", R"(4 "create")"},
+        {"an element that is a fraction", R"({"op":"destroy","element":1.5})", R"(4 "destroy")"},
+        {"an attribute that is a number", R"({"op":"create","element":1,"attributes":[["a",1]]})", R"(4 "create")"},
+        {"an attribute of three", R"({"op":"create","element":1,"attributes":[["a","b","c"]]})", R"(4 "create")"},
+        {"a result with a value", R"({"op":"result","call":77,"value":"x"})", "7 77"},
+        {"a result with nothing returned", R"({"op":"result","call":77,"value":null})", "7 77"},
+        {"a result with an error", R"({"op":"result","call":77,"error":"x"})", "7 77"},
+        {"a result with both", R"({"op":"result","call":77,"value":"x","error":"y"})", R"(9 "error")"},
+        {"a result with neither", R"({"op":"result","call":77})", R"(4 "result")"},
+        {"a result whose value is a number", R"({"op":"result","call":77,"value":5})", R"(4 "result")"},
+        {"a result whose error is no text", R"({"op":"result","call":77,"error":{"a":1}})", R"(4 "result")"},
+        {"a response", R"({"op":"response","request":77,"status":200,"mimeType":"text/plain"})", "7 77"},
+        {"a response with a status that is text", R"({"op":"response","request":77,"status":"200","mimeType":""})",
+         R"(4 "response")"},
+        {"data in another order (the long way)", R"({"data":"","op":"data","request":77})", "7 77"},
+        {"data in the fast shape with a field more", R"({"op":"data","request":77,"data":"QQ==","x":1})", R"(9 "x")"},
+        {"a failed end with its error", R"({"op":"end","request":77,"ok":false,"error":"x"})", "7 77"},
+        {"a whole end with an error", R"({"op":"end","request":77,"ok":true,"error":"x"})", R"(9 "error")"},
+        {"an end whose ok is a number", R"({"op":"end","request":77,"ok":1})", R"(4 "end")"},
+        {"a field name of 100 bytes, cut to 64", R"({"op":"destroy","element":1,")" + std::string(100, 'n') + R"(":1})",
+         R"(9 ")" + std::string(64, 'n') + R"(")"},
+        {"an op of 100 bytes, cut to 64", R"({"op":")" + std::string(100, 'o') + R"("})",
+         R"(3 ")" + std::string(64, 'o') + R"(")"},
+        {"an op that is an array", R"({"op":["create"]})", "4 null"},
+    };
+    for (const auto& row : rows) {
+        size_t before = sent.size(), logged = hostLog.size();
+        send(row.frame);
+        std::vector<std::string> errors = errorsSince(before);
+        EXPECT_EQ(std::vector<std::string>{row.error}, errors) << row.shows;
+        EXPECT_NE(std::string::npos, hostLog.find("refused (", logged)) << row.shows;
+    }
+}
+
+// Arrays and objects nested deeper than create's attributes are refused (13) before anything reads them:
+// 300,000 levels in the op or in a result's error once crashed the host's log. Brackets inside texts do not
+// count, an escaped quote does not end a text, and a message as deep as the limit passes.
+TEST_F(BridgeTest, NestingDeeperThanAnyMessageIsRefusedUnread) {
+    send(kHello);
+    std::string deep = std::string(300000, '[') + std::string(300000, ']');
+    const struct { std::string shows, frame; const char* error; } rows[] = {
+        {"300,000 levels in the op", R"({"op":)" + deep + "}", "13 3"},
+        {"300,000 levels in a result's error", R"({"op":"result","call":1,"error":)" + deep + "}", "13 3"},
+        {"an attribute one level deeper", R"({"op":"create","element":1,"attributes":[[["a","b"]]]})", "13 3"},
+        {"an object one level deeper", R"({"op":"end","request":1,"ok":false,"x":{"y":[{}]}})", "13 3"},
+        {"not JSON but deep", std::string(4, '{'), "13 3"},
+        {"brackets in texts", R"({"op":"create","element":1,"attributes":[["a\"[[{{","[[[[{{{{"]]})", nullptr},
+        {"unmatched closing ones", R"(]]]]{"op":"x"})", "1 14"},
+    };
+    for (const auto& row : rows) {
+        size_t before = sent.size();
+        send(row.frame);
+        std::vector<std::string> errors = errorsSince(before);
+        EXPECT_EQ(row.error ? std::vector<std::string>{row.error} : std::vector<std::string>{}, errors) << row.shows;
+        EXPECT_EQ(row.error ? "error" : "created", sent.back()["op"].get<std::string>()) << row.shows;
+    }
+    EXPECT_NE(std::string::npos, hostLog.find("refused (13 nested too deep): limit=3 (600033 bytes)"));
+}
+
+// A tab's host keeps at most 64 elements alive (10) and an element's attributes at most 256 KiB of names and
+// values (11); an element destroyed makes room again, and one at the limits is made.
+TEST_F(BridgeTest, ElementsAndTheirAttributesAreLimited) {
+    send(kHello);
+    protocol::Limits limits;
+    for (size_t element = 1; element <= limits.elements; ++element)
+        send({{"op", "create"}, {"element", element}, {"attributes", json::array()}});
+    size_t before = sent.size();
+    send({{"op", "create"}, {"element", 100}, {"attributes", json::array()}});
+    EXPECT_EQ(std::vector<std::string>{"10 64"}, errorsSince(before));
+    EXPECT_NE(std::string::npos, hostLog.find("refused (10 too many elements): limit=64 (element 100)"));
+    send({{"op", "destroy"}, {"element", 1}});
+    send({{"op", "destroy"}, {"element", 2}});
+    std::string name = "type", value(limits.attributeBytes - name.size(), 'v');
+    before = sent.size();
+    send({{"op", "create"}, {"element", 101}, {"attributes", NpapiHost::Parameters{{name, value}}}});
+    EXPECT_EQ("created", sent.back()["op"]) << "at the limit";
+    send({{"op", "create"}, {"element", 102}, {"attributes", NpapiHost::Parameters{{name, value + "v"}}}});
+    EXPECT_EQ(std::vector<std::string>{"11 262144"}, errorsSince(before));
+    EXPECT_NE(std::string::npos, hostLog.find("limit=262144 (element 102: 262145 bytes)"));
+}
+
+// A bridge that lets the plug-in have five requests in flight.
+class FewRequestsTest : public BridgeTest {
+protected:
+    FewRequestsTest() : BridgeTest(fewRequests()) {}
+    static protocol::Limits fewRequests() {
+        protocol::Limits limits;
+        limits.requests = 5;
+        return limits;
+    }
+};
+
+// Past the requests in flight (page calls, fetches, service requests, queued), NPN_GetURLNotify refuses the
+// plug-in's request (NPERR_OUT_OF_MEMORY_ERROR) and the extension hears 12; once answers come in, requests
+// are taken again. A download makes a progress call for each piece of 64,000 bytes it takes.
+TEST_F(FewRequestsTest, RequestsInFlightAreLimited) {
+    answerCalls = false;
+    send(kHello);
+    json request = install(std::to_string(package.size()));  // its start call and its fetch, then a progress call
+    size_t before = sent.size();
+    send({{"op", "data"}, {"request", request}, {"data", opensslBase64(std::string(3 * 64000, 'x'))}});
+    EXPECT_EQ(std::vector<std::string>{"12 5"}, errorsSince(before));
+    EXPECT_NE(std::string::npos, hostLog.find("refused (12 too many requests): limit=5 "
+                                              "(request for javascript:onTunvoDownloadProgress(...))"));
+    EXPECT_EQ("onTunvoDownloadStart[" + std::to_string(package.size()) + ".0] onTunvoDownloadProgress[0.0]"
+              " onTunvoDownloadProgress[64000.0] onTunvoDownloadProgress[128000.0] ", calls);
+    answerCalls = true;
+    answer();
+    send({{"op", "data"}, {"request", request}, {"data", opensslBase64(std::string(64000, 'x'))}});
+    EXPECT_NE(std::string::npos, calls.find("onTunvoDownloadProgress[256000.0]")) << calls;
+    EXPECT_EQ(std::vector<std::string>{"12 5"}, errorsSince(before)) << "no more";
+    send({{"op", "destroy"}, {"element", 4}});
+}
+
+// A destroyed element's names and values are freed and only a small record of it is kept, for the last
+// NpapiHost::kKeptRecords: a thousand and more elements made and destroyed, some of which the plug-in
+// refused, leave the bookkeeping of one element alive and a bounded number of empty records.
+TEST_F(BridgeTest, DestroyedElementsKeepNoParametersAndFewRecords) {
+    send(kHello);
+    std::string big(10000, 'v');
+    send({{"op", "create"}, {"element", 0}, {"attributes", NpapiHost::Parameters{{"kept", big}}}});
+    size_t pairs = NpapiHost::kKeptRecords + 100, refused = 0;
+    for (size_t element = 1; element <= pairs; ++element) {
+        NpapiHost::Parameters attributes = {{"big", big}};
+        if (element % 10 == 0)  // an installing element whose package URL the bridge refuses: NPP_New fails
+            attributes = {{"_installvpn", "1"}, {"hostrooturl", "ftp://portal.test"}, {"tunvourl", "/p"}, {"tunvosize", "1"}};
+        send({{"op", "create"}, {"element", element}, {"attributes", attributes}});
+        refused += sent.back()["result"] != NPERR_NO_ERROR;
+        send({{"op", "destroy"}, {"element", element}});
+    }
+    EXPECT_EQ(pairs / 10, refused);
+    NpapiHost::Usage usage = bridge.usage();
+    EXPECT_EQ(4u + big.size(), usage.parameterBytes);
+    EXPECT_EQ(1 + NpapiHost::kKeptRecords, usage.records);
+}
+
+// A service reply whose status line and headers pass 64 KiB ends the request with a network error (the
+// plug-in then asks the service itself), with a log line and error 14; headers of exactly 64 KiB pass.
+TEST_F(BridgeTest, AServiceReplysHeadersAreLimited) {
+    FakeService service;
+    size_t headerBytes = 0;
+    service.setReply([&](const std::string& line) {
+        if (line.find("HTTP/1.1") != std::string::npos) return std::string("HTTP/1.0 200 OK\r\n\r\nasked directly");
+        std::string head = "HTTP/1.0 200 OK\r\nX-Padding: ", end = "\r\n\r\n";
+        return head + std::string(headerBytes - head.size() - end.size(), 'p') + end + "the reply";
+    }, true);
+    send(kHello);
+    for (size_t bytes : {kMaxServiceHeaderBytes, kMaxServiceHeaderBytes + 1}) {
+        headerBytes = bytes;
+        calls.clear();
+        size_t before = sent.size();
+        send(kProbe);
+        for (int fd = bridge.watched().at(0); !bridge.watched().empty(); bridge.run()) bridge.onReadable(fd);
+        bool tooLong = bytes > kMaxServiceHeaderBytes;
+        EXPECT_EQ(tooLong ? "c_addcomm[\"asked directly\"] " : "c_addcomm[\"the reply\"] ", calls) << bytes;
+        EXPECT_EQ(tooLong ? std::vector<std::string>{"14 65536"} : std::vector<std::string>{}, errorsSince(before));
+        send({{"op", "destroy"}, {"element", 4}});
+    }
+    EXPECT_NE(std::string::npos, hostLog.find("service request http://127.0.0.1:44444/vpn.php: headers longer than "
+                                              "65536 bytes\n"));
+}
+
+// The log shows URLs without their query or fragment, and of a page call only the function's name.
+TEST(HostLog, URLsShowNoQueryNoFragmentAndNoPageCallArgument) {
+    const struct { const char *url, *shown; } rows[] = {
+        {"http://127.0.0.1:44444/vpn.php?INFO", "http://127.0.0.1:44444/vpn.php"},
+        {"https://portal.test/client/package?token=s3cret#part", "https://portal.test/client/package"},
+        {"https://portal.test/p#a?b", "https://portal.test/p"},
+        {"https://portal.test/", "https://portal.test/"},
+        {"javascript:c_addcomm('s3cret reply')", "javascript:c_addcomm(...)"},
+        {"JavaScript:%20onTunvoDownloadProgress(100)", "javascript:onTunvoDownloadProgress(...)"},
+        {"javascript:(s3cret)", "javascript:(...)"},
+        {"", ""},
+    };
+    for (const auto& row : rows) EXPECT_EQ(row.shown, urlForLog(row.url)) << row.url;
+}
+
+// What the bridge logs of the plug-in's requests: a fetch that failed and a page call that threw show
+// neither the package URL's query nor the service's reply the page call carried.
+TEST_F(BridgeTest, TheLogShowsNoQueryAndNoReplyOfTheService) {
+    FakeService service;
+    service.setReply([](const std::string&) { return std::string("s3cret reply"); });
+    answerCalls = false;
+    send(kHello);
+    send(kProbe);
+    for (int fd = bridge.watched().at(0); !bridge.watched().empty(); bridge.run()) bridge.onReadable(fd);
+    ASSERT_EQ("call", sent.back()["op"]);
+    send({{"op", "result"}, {"call", sent.back()["call"]}, {"error", "c_addcomm is not a function of the page"}});
+    send({{"op", "create"}, {"element", 5}, {"attributes", NpapiHost::Parameters{
+        {"_installvpn", "1"}, {"hostrooturl", "http://portal.test"}, {"tunvourl", "/client/package?token=s3cret#x"},
+        {"tunvosize", "1"}}}});
+    json request = sent.back()["request"];
+    send({{"op", "response"}, {"request", request}, {"status", 404}, {"mimeType", "text/html"}});
+    EXPECT_NE(std::string::npos, hostLog.find("page call javascript:c_addcomm(...) failed: c_addcomm is not"));
+    EXPECT_NE(std::string::npos, hostLog.find("fetch http://portal.test/client/package: status 404\n"));
+    EXPECT_EQ(std::string::npos, hostLog.find("s3cret")) << hostLog;
+}
+
+// docs/bridge.md's table of errors is the code's, row by row: number, message text and the field it carries;
+// its table of limits gives each limit's value and error as the code has them.
+TEST(Protocol, TheGuidesTablesOfErrorsAndLimitsAreTheCodes) {
+    std::string guide = readFile(BRIDGE_GUIDE);
+    auto section = [&](const std::string& heading) {
+        size_t start = guide.find("\n" + heading + "\n");
+        size_t end = start == std::string::npos ? start : guide.find("\n#", start + 1);
+        return start == std::string::npos ? std::string() : guide.substr(start, end - start);
+    };
+    // The table rows of a section, each cut into its cells.
+    auto rows = [](const std::string& text) {
+        std::vector<std::vector<std::string>> rows;
+        std::istringstream lines(text);
+        for (std::string line; std::getline(lines, line);) {
+            if (line.rfind("| ", 0) != 0 || line.find("---") != std::string::npos) continue;
+            std::vector<std::string> cells;
+            for (size_t at = 1, bar; (bar = line.find(" |", at)) != std::string::npos; at = bar + 2)
+                cells.push_back(line.substr(at + 1, bar - at - 1));
+            rows.push_back(cells);
+        }
+        return rows;
+    };
+    auto quoted = [](const std::string& cell) {  // the first `...` of a cell
+        size_t open = cell.find('`');
+        return open == std::string::npos ? std::string() : cell.substr(open + 1, cell.find('`', open + 1) - open - 1);
+    };
+    std::map<int, std::string> documented, coded;
+    for (const auto& cells : rows(section("### Errors")))
+        if (cells.size() >= 3 && isdigit(static_cast<unsigned char>(cells[0][0])))
+            documented[std::stoi(cells[0])] = quoted(cells[1]) + " / " + quoted(cells[2]);
+    for (const protocol::ErrorText& e : protocol::errorTexts())
+        coded[e.code] = std::string(e.message) + " / " + e.field;
+    EXPECT_EQ(coded, documented);
+
+    protocol::Limits limits;
+    const std::map<int, size_t> values = {
+        {protocol::kTooManyElements, limits.elements}, {protocol::kAttributesTooLarge, limits.attributeBytes},
+        {protocol::kTooManyRequests, limits.requests}, {protocol::kTooDeep, protocol::kMaxDepth},
+        {protocol::kServiceHeadersTooLong, kMaxServiceHeaderBytes}};
+    std::map<int, size_t> listed;
+    for (const auto& cells : rows(section("### Limits")))
+        if (cells.size() >= 3 && isdigit(static_cast<unsigned char>(cells[2][0])))
+            listed[std::stoi(cells[2])] = std::stoul(quoted(cells[1]));
+    EXPECT_EQ(values, listed);
 }
 
 // passway-host ends when the tab closes its input.
