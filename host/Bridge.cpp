@@ -68,8 +68,8 @@ void Bridge::refuse(Error code, const json& value, const std::string& about) {
     json message = protocol::errorMessage(code, value);
     const protocol::ErrorText& text = protocol::errorText(code);
     std::string shown = message[text.field].dump(-1, ' ', false, json::error_handler_t::replace);
-    hostLog("refused (%d %s): %s=%s%s%.200s%s", code, text.message, text.field, shown.c_str(), about.empty() ? "" : " (",
-            about.c_str(), about.empty() ? "" : ")");
+    std::string context = about.empty() ? "" : " (" + about.substr(0, 200) + ")";
+    hostLog("refused (%d %s): %s=%s%s", code, text.message, text.field, shown.c_str(), context.c_str());
     m_out.send(std::move(message));
 }
 
@@ -297,7 +297,8 @@ NPError Bridge::requestUrl(NPP instance, const char* url, const char* target, vo
         std::string text = url != nullptr ? url : "";
         bool carried = startsWith(text, kJavascript) || isServiceUrl(text) || isWebUrl(text);
         if (target != nullptr || !carried) {
-            hostLog("refused request for %.200s%s", urlForLog(text).c_str(), target != nullptr ? " (with a target)" : "");
+            hostLog("refused request for %.200s%s", urlForLog(text).c_str(),
+                    target != nullptr ? " (with a target)" : "");
             return NPERR_INVALID_URL;
         }
         if (requestsInFlight() >= m_limits.requests) {
@@ -313,7 +314,9 @@ NPError Bridge::requestUrl(NPP instance, const char* url, const char* target, vo
 }
 
 // Page calls and fetches the extension has not answered, service requests open, and requests not yet carried.
-size_t Bridge::requestsInFlight() const { return m_calls.size() + m_fetches.size() + m_service.size() + m_queue.size(); }
+size_t Bridge::requestsInFlight() const {
+    return m_calls.size() + m_fetches.size() + m_service.size() + m_queue.size();
+}
 
 const char* Bridge::userAgentOf(NPP) { return m_userAgent.c_str(); }
 

@@ -94,7 +94,8 @@ const Operation* operation(const std::string& op) {
         {"destroy", {{"element", Type::Integer, true}}, Rule::None},
         {"result", {{"call", Type::Integer, true}, {"value", Type::TextOrNull, false}, {"error", Type::Text, false}},
          Rule::ValueOrError},
-        {"response", {{"request", Type::Integer, true}, {"status", Type::Integer, true}, {"mimeType", Type::Text, true}},
+        {"response",
+         {{"request", Type::Integer, true}, {"status", Type::Integer, true}, {"mimeType", Type::Text, true}},
          Rule::None},
         {"data", {{"request", Type::Integer, true}, {"data", Type::Text, true}}, Rule::None},
         {"end", {{"request", Type::Integer, true}, {"ok", Type::Boolean, true}, {"error", Type::Text, false}},
@@ -111,7 +112,8 @@ bool checkFields(const json& message, const Operation& operation, Error& code, s
         field = name.substr(0, kShownBytes);
         return false;
     };
-    for (const auto& [name, value] : message.items()) {
+    for (auto it = message.begin(); it != message.end(); ++it) {
+        const std::string& name = it.key();
         if (name == "op") continue;
         auto known = std::find_if(operation.fields.begin(), operation.fields.end(),
                                   [&](const Field& f) { return name == f.name; });

@@ -142,7 +142,8 @@ TEST_F(BridgeTest, BadInputGetsItsNumberedErrorAndALogLine) {
         {"a message before hello", R"({"op":"create","element":1,"attributes":[]})", 8, "\"create\""},
         {"another version", R"({"op":"hello","version":2,"userAgent":"x"})", 2, ""},
         {"hello without its agent", R"({"op":"hello","version":1})", 4, "\"hello\""},
-        {"hello with an origin that is no text", R"({"op":"hello","version":1,"userAgent":"x","origin":5})", 4, "\"hello\""},
+        {"hello with an origin that is no text", R"({"op":"hello","version":1,"userAgent":"x","origin":5})", 4,
+         "\"hello\""},
         {"hello", R"({"op":"hello","version":1,"userAgent":"x","origin":"https://portal.test"})", 0, ""},
         {"a second hello", R"({"op":"hello","version":1,"userAgent":"x"})", 4, "\"hello\""},
         {"an element", R"({"op":"create","element":1,"attributes":[]})", 0, ""},
@@ -377,7 +378,8 @@ TEST_F(BridgeTest, DestroyedElementsKeepNoParametersAndFewRecords) {
     for (size_t element = 1; element <= pairs; ++element) {
         NpapiHost::Parameters attributes = {{"big", big}};
         if (element % 10 == 0)  // an installing element whose package URL the bridge refuses: NPP_New fails
-            attributes = {{"_installvpn", "1"}, {"hostrooturl", "ftp://portal.test"}, {"tunvourl", "/p"}, {"tunvosize", "1"}};
+            attributes = {{"_installvpn", "1"}, {"hostrooturl", "ftp://portal.test"}, {"tunvourl", "/p"},
+                          {"tunvosize", "1"}};
         send({{"op", "create"}, {"element", element}, {"attributes", attributes}});
         refused += sent.back()["result"] != NPERR_NO_ERROR;
         send({{"op", "destroy"}, {"element", element}});
