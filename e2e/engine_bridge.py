@@ -18,6 +18,7 @@ screenshot(tab, path), popup_url(origin), browser_pid, manifest_file (the host m
 import contextlib
 import json
 import os
+import shlex
 import time
 import urllib.parse
 
@@ -56,6 +57,7 @@ class BridgeEngine:
         self.tab = None
         self.approved = set()   # origins approved so far, by the policy or in the popup
         self.policy = None      # where the administrator's policy approving the portal's origin lives
+        self.policy_rules = {}  # the policy's other settings (allowUserApprovals, allowPlainHttp, more origins)
         self.policy_note = ''   # why there is none
 
     def missing(self):
@@ -67,11 +69,30 @@ class BridgeEngine:
             return 'the extension is not built (%s)' % self.extension
         return None
 
-    def host_manifest(self):
-        """The browser's host manifest (extension/host-manifest/BROWSER/), pointing at the host under test."""
+    def host_manifest(self, run):
+        """The browser's host manifest (extension/host-manifest/BROWSER/), pointing at the host under test through
+        a script that keeps the host's standard error in `host_log` (Firefox keeps none of it)."""
+        wrapper = os.path.join(run.work, 'passway-host')
+        self.host_log = os.path.join(run.work, 'host.log')
+        with open(wrapper, 'w') as f:
+            f.write('#!/bin/sh\nexec %s "$@" 2>>%s\n' % (shlex.quote(self.host), shlex.quote(self.host_log)))
+        os.chmod(wrapper, 0o755)
         with open(os.path.join(self.source, 'extension', 'host-manifest', self.name, HOST_NAME + '.json.in')) as f:
-            return json.loads(f.read().replace('@PASSWAY_HOST_PATH@', self.host)
+            return json.loads(f.read().replace('@PASSWAY_HOST_PATH@', wrapper)
                               .replace('@PASSWAY_EXTENSION_ID@', getattr(self, 'id', '')))
+
+    def policy_settings(self):
+        """What the administrator's policy says to the extension: the portal's origin approved, and the rules."""
+        settings = dict(self.policy_rules)
+        settings['approvedOrigins'] = [self.portal_origin] + settings.get('approvedOrigins', [])
+        return settings
+
+    def restart(self, run, rules):
+        """Quits the browser and starts it again on the same profile (the user's approvals kept) with the
+        administrator's policy saying these rules: Firefox reads its policy only when it starts."""
+        self.close()
+        self.policy, self.policy_rules, self.approved = None, rules, set()
+        self.start(run)
 
     def start(self, run):
         """Starts the browser for the run (its work, build, env and plugins; and its port, when it serves the
@@ -135,6 +156,42 @@ class BridgeEngine:
                               await chrome.action.getTitle({tabId: tab.id})] : [null, null];
             })""" % json.dumps(origin)) or [None, None]
         return asked, signal[0], signal[1]
+
+    def tab_signal(self, page):
+        """The toolbar badge and title of the tab whose URL begins with `page`, what the extension keeps as
+        waiting in that tab (None: nothing), and the page's own title (read without the page's script)."""
+        popup = self.open_tab(self.popup_url(''))
+        try:
+            return poll(lambda: self.evaluate(popup, """chrome.tabs.query({}).then(async (tabs) => {
+                const tab = tabs.find((t) => (t.url || '').startsWith(%s));
+                if (!tab) return [null, null, null, null];
+                const key = 'waiting:' + tab.id;
+                return [await chrome.action.getBadgeText({tabId: tab.id}), await chrome.action.getTitle({tabId: tab.id}),
+                        (await chrome.storage.session.get(key))[key] || null, tab.title];
+            })""" % json.dumps(page))) or [None, None, None, None]
+        finally:
+            self.close_tab(popup)
+
+    def popup_row(self, origin, seconds=WAIT):
+        """What the popup says of the origin waiting in some tab (once it says anything), and whether it offers
+        "Allow" for it."""
+        with self.popup(origin, seconds=0) as (popup, _):
+            said = poll(lambda: self.evaluate(popup, "document.getElementById('portals').innerText"), seconds) or ''
+            return said, self.holds(popup, self.allow_button(origin))
+
+    def remove_approval(self, origin):
+        """Clicks "Remove" for the origin in the popup's list of approved portals."""
+        button = 'document.querySelector(%s)' % json.dumps('button[data-remove="%s"]' % origin)
+        popup = self.open_tab(self.popup_url(''))
+        try:
+            if not poll(lambda: self.holds(popup, button)):
+                raise RuntimeError('the popup lists no "Remove" for %s' % origin)
+            self.evaluate(popup, button + '.click()')
+            if not poll(lambda: not self.holds(popup, button)):
+                raise RuntimeError('the popup still lists %s after "Remove"' % origin)
+        finally:
+            self.close_tab(popup)
+        self.approved.discard(origin)
 
     def button_says(self, seconds=WAIT):
         """The toolbar button's badge and title (for every tab) and what the popup says of the host, once it

@@ -52,9 +52,9 @@ class ChromiumEngine(BridgeEngine):
         self.id = extension_id(self.extension)
         profile = os.path.join(run.work, 'chromium-profile')
         hosts = os.path.join(profile, 'NativeMessagingHosts')
-        os.makedirs(hosts)
+        os.makedirs(hosts, exist_ok=True)
         if not self.installed:  # the installed package's manifest is in /etc/chromium/native-messaging-hosts
-            manifest = self.host_manifest()
+            manifest = self.host_manifest(run)
             if manifest['allowed_origins'] != ['chrome-extension://%s/' % self.id]:
                 raise RuntimeError('the host manifest does not name the extension ID %s that its key gives' % self.id)
             self.manifest_file = os.path.join(hosts, HOST_NAME + '.json')
@@ -68,6 +68,8 @@ class ChromiumEngine(BridgeEngine):
         argv = [self.program] + ([] if self.window else ['--headless=new']) + [
             '--no-sandbox', '--user-data-dir=' + profile, '--no-first-run', '--disable-gpu', '--disable-dev-shm-usage',
             '--disable-background-networking', '--disable-component-update', '--disable-sync'] + ours + [
+            # Names under .test are other sites on the portal's server (plain http, not loopback by name).
+            '--host-resolver-rules=MAP *.test 127.0.0.1', '--disable-features=HttpsUpgrades',
             '--remote-debugging-pipe', '--window-size=800,500', '--enable-logging=stderr', '--v=0', 'about:blank']
         if self.forcelist:  # the forced install is a download that background networking would stop
             argv.remove('--disable-background-networking')
@@ -95,7 +97,7 @@ class ChromiumEngine(BridgeEngine):
         fd, path = tempfile.mkstemp(prefix='passway-e2e-', suffix='.json', dir=POLICY_DIR)
         self.policy_made = [path] + missing
         with os.fdopen(fd, 'w') as f:
-            json.dump({'3rdparty': {'extensions': {self.id: {'approvedOrigins': [self.portal_origin]}}}}, f)
+            json.dump({'3rdparty': {'extensions': {self.id: self.policy_settings()}}}, f)
         os.chmod(path, 0o644)
         self.policy = path
 
@@ -116,7 +118,7 @@ class ChromiumEngine(BridgeEngine):
             # DeveloperToolsAvailability 1: the run drives the popup of a force-installed extension over DevTools.
             json.dump({'ExtensionInstallForcelist': ['%s;%s/update.xml' % (self.id, self.portal_origin)],
                        'DeveloperToolsAvailability': 1,
-                       '3rdparty': {'extensions': {self.id: {'approvedOrigins': [self.portal_origin]}}}}, f)
+                       '3rdparty': {'extensions': {self.id: self.policy_settings()}}}, f)
 
     def remove_policy(self):
         for path in self.policy_made:  # the file, then the folders from the deepest

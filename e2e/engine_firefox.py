@@ -56,7 +56,7 @@ class FirefoxEngine(BridgeEngine):
             if self.portal_origin:
                 self.write_system_policy()
         else:
-            manifest = self.host_manifest()
+            manifest = self.host_manifest(run)
             if manifest['allowed_extensions'] != [self.id]:
                 raise RuntimeError('the host manifest does not name the extension %s' % self.id)
             self.manifest_file = os.path.join(mozilla, 'native-messaging-hosts', HOST_NAME + '.json')
@@ -64,16 +64,17 @@ class FirefoxEngine(BridgeEngine):
         if self.portal_origin and not self.installed:
             self.policy = os.path.join(mozilla, 'managed-storage', self.id + '.json')
             write_json(self.policy, {'name': self.id, 'description': 'Passway: the portals approved ahead',
-                                     'type': 'storage', 'data': {'approvedOrigins': [self.portal_origin]}})
+                                     'type': 'storage', 'data': self.policy_settings()})
 
         profile = os.path.join(run.work, 'firefox-profile')
-        os.makedirs(os.path.join(profile, 'extensions'))
+        os.makedirs(os.path.join(profile, 'extensions'), exist_ok=True)
         prefs = {} if self.installed else {
             'xpinstall.signatures.required': False,   # the extension is not signed
             'extensions.autoDisableScopes': 0,         # a profile's own extension starts enabled
         }
-        if not self.installed:
-            shutil.copy(self.xpi, os.path.join(profile, 'extensions', self.id + '.xpi'))
+        installed_xpi = os.path.join(profile, 'extensions', self.id + '.xpi')
+        if not self.installed and not os.path.exists(installed_xpi):  # a copy anew would be an update at restart
+            shutil.copy(self.xpi, installed_xpi)
         prefs.update({
             'extensions.webextensions.uuids': json.dumps({self.id: EXTENSION_UUID}),
             'marionette.port': 0,                      # any free port, written to MarionetteActivePort
@@ -83,6 +84,14 @@ class FirefoxEngine(BridgeEngine):
             'toolkit.telemetry.reportingpolicy.firstRun': False,
             'browser.startup.homepage_override.mstone': 'ignore',
             'app.update.disabledForTesting': True,
+            # Every name is the portal's server: names under .test are other sites on it (plain http, not
+            # loopback by name), tried over http as typed.
+            'network.dns.forceResolve': '127.0.0.1',
+            'dom.security.https_first': False,
+            'dom.security.https_first_schemeless': False,
+            # A run restarts the browser on its profile: it starts with one blank tab, none restored.
+            'browser.sessionstore.resume_from_crash': False,
+            'browser.startup.page': 0,
         })
         with open(os.path.join(profile, 'user.js'), 'w') as f:
             f.writelines('user_pref(%s, %s);\n' % (json.dumps(name), json.dumps(value)) for name, value in prefs.items())
@@ -122,10 +131,16 @@ class FirefoxEngine(BridgeEngine):
                     'args': [url]})
             finally:
                 self.marionette.command('Marionette:SetContext', {'value': 'content'})
-            new = poll(lambda: set(self.marionette.command('WebDriver:GetWindowHandles')) - before)
-            if not new:
+            # The tab moves to the extension's process once it loads the page, and its first handle may go
+            # with the move: the tab is the new handle that shows the page.
+            def shown():
+                for handle in set(self.marionette.command('WebDriver:GetWindowHandles')) - before:
+                    if (self.evaluate(handle, 'location.href') or '').startswith('moz-extension:'):
+                        return handle
+                return None
+            tab = poll(shown)
+            if not tab:
                 raise RuntimeError('no tab opened for %s' % url)
-            tab = new.pop()
         else:
             tab = self.command('WebDriver:NewWindow', {'type': 'tab', 'focus': True})['handle']
             self.command('WebDriver:Navigate', {'url': url}, tab=tab)
@@ -165,8 +180,7 @@ class FirefoxEngine(BridgeEngine):
         while not os.path.isdir(folder):
             self.policy_made.append(folder)
             folder = os.path.dirname(folder)
-        write_json(POLICIES, {'policies': {'3rdparty': {'Extensions': {self.id: {
-            'approvedOrigins': [self.portal_origin]}}}}})
+        write_json(POLICIES, {'policies': {'3rdparty': {'Extensions': {self.id: self.policy_settings()}}}})
         self.policy_made.insert(0, POLICIES)
         self.policy = POLICIES
 

@@ -81,6 +81,14 @@ class Run(DemoPortal):
             print('   status line: %s' % self.status)
         return page
 
+    def created(self):
+        """How many elements the plug-in has created in this run (each one writes this line to its log)."""
+        return read(os.path.join(self.home, '.Orvane', 'tunvo_plugin.log')).count('vpnA:=')
+
+    def site(self, name, query='', page='index.html'):
+        """The portal's page under another name: another site (names under .test reach the portal's server)."""
+        return self.url(query, page).replace('//127.0.0.1:', '//%s:' % name)
+
     def install_query(self, signature):
         return 'mode=install&size=%d&signature=%s' % (self.size, urllib.parse.quote(signature))
 
@@ -215,9 +223,8 @@ def user_approval(run):
     # The same portal under another name is another origin, which nobody approved. With no client
     # installed (visit 5 left none), a connecting element tells the page so: the plug-in's first call.
     origin = 'http://localhost:%d' % run.port
-    url = run.url('mode=connect&answers=hello').replace('http://127.0.0.1:', 'http://localhost:')
-    engine, plugin_log = run.engine, os.path.join(run.home, '.Orvane', 'tunvo_plugin.log')
-    created = lambda: read(plugin_log).count('vpnA:=')  # every element the plug-in creates writes this line
+    url = run.site('localhost', 'mode=connect&answers=hello')
+    engine, created = run.engine, run.created
     hosts, elements = engine.host_processes(), created()
     tab = engine.open_tab(url)
     try:
@@ -268,6 +275,110 @@ def quote_in_reply(run):
     check(int(sent[0]) > 2, 'quote: the message numbers started again (z=%s)' % sent[0])
 
 
+def forged_results(run):
+    print('== bridge: a page whose own script forges its answers sends the host nothing of its own')
+    # forge.html connects; every page function answers with an object built to become a host message (an
+    # element with a parameter of the page's choosing), and the page replaces every built-in it can reach,
+    # those of a browser driver's scripts too: it shows what it heard in its title, read from the tab.
+    engine = run.engine
+    refusals = lambda: read(engine.host_log).count('passway-host: refused')
+    poll(lambda: run.service_pid() == 0, 30)  # the last visit's service ends with its page
+    run.stop_service()
+    elements, refused = run.created(), refusals()
+    tab = engine.open_tab(run.url('', 'forge.html'))
+    try:
+        title = poll(lambda: (lambda t: t if t and t.startswith('heard') else None)(engine.tab_signal(run.url('', 'forge.html'))[3]))
+        poll(lambda: run.created() - elements > 1, 2)  # a forged element would follow the first answer at once
+    finally:
+        engine.close_tab(tab)
+    made = run.created() - elements
+    print('   the page: %r; elements the plug-in made: %d; refusals in the host\'s log: %d'
+          % (title, made, refusals() - refused))
+    check(title == 'heard: c_addcomm: connected', 'forge: the page heard %r' % title)
+    check(made == 1, 'forge: the plug-in made %d elements for the one element of the page' % made)
+    check('forged_by_page_script' not in read(os.path.join(run.home, '.Orvane', 'tunvo_plugin.log')),
+          'forge: the page\'s parameter reached the plug-in')
+    check(refusals() == refused, 'forge: the host refused messages: it was sent something malformed')
+    check(poll(lambda: run.service_pid() == 0, 30), 'forge: the service still runs after the tab closed')
+
+
+def approval_rules(run):
+    print('== bridge: an element runs only where its frame and its page are both approved; approvals can be taken back')
+    engine, port = run.engine, run.port
+    hosts = engine.host_processes()
+
+    # A site with no element of the plug-in's kind: no badge, nothing kept, no host, however busy the page.
+    tab = engine.open_tab(run.site('plain.test', page='ordinary.html'))
+    try:
+        poll(lambda: engine.holds(tab, 'done'))
+        badge, _, waiting, _ = engine.tab_signal('http://plain.test:%d/' % port)
+    finally:
+        engine.close_tab(tab)
+    print('   an ordinary site: badge %r, kept as waiting %r' % (badge, waiting))
+    check(badge == '' and waiting is None, 'ordinary site: badge %r, waiting %r' % (badge, waiting))
+    check(not set(engine.host_processes()) - set(hosts), 'ordinary site: a host started')
+
+    # The approved portal in a frame of a site nobody approved (plain http, not loopback): it waits, and the
+    # popup names both and warns of plain http; allowing it approves the site that frames it.
+    top = 'http://top.test:%d' % port
+    elements = run.created()
+    tab = engine.open_tab(run.site('top.test', 'src=' + urllib.parse.quote(run.url('mode=probe'), safe=''), 'framed.html'))
+    try:
+        engine.loaded(tab)
+        said, offered = engine.popup_row(engine.portal_origin)
+        badge, title, waiting, _ = engine.tab_signal(top + '/')
+        print('   the portal framed by %s: popup %r; badge %r, title %r' % (top, said, badge, title))
+        check(offered and 'inside a page of ' + top in said and 'Not encrypted' in said,
+              'framed: the popup says %r' % said)
+        check(badge == '?' and top in (title or ''), 'framed: the toolbar shows %r, %r' % (badge, title))
+        check(run.created() == elements and not set(engine.host_processes()) - set(hosts),
+              'framed: the element ran before its page was approved')
+        engine.approve(engine.portal_origin)
+        check(poll(lambda: run.created() == elements + 1), 'framed: the element did not run once both were approved')
+        started = set(engine.host_processes()) - set(hosts)
+        check(len(started) == 1, 'framed: hosts started: %s' % started)
+
+        # Taken back in the popup's list: the tab's host ends at once and the element waits again.
+        engine.remove_approval(top)
+        ended = poll(lambda: not started & set(engine.host_processes()), 10)
+        badge = poll(lambda: engine.tab_signal(top + '/')[0] == '?' and '?', 10)
+        print('   %s removed: its host ended: %s; badge %r' % (top, bool(ended), badge))
+        check(ended, 'removed: the tab\'s host still runs')
+        check(badge == '?', 'removed: the element does not wait again')
+    finally:
+        engine.close_tab(tab)
+
+
+def policy_rules(run):
+    print('== bridge: the administrator forbids user approvals and plain http')
+    engine, port = run.engine, run.port
+    if engine.name == 'chromium' and os.geteuid() != 0:
+        print('   skipped: Chromium reads policies only from /etc (root)')
+        return
+    insecure, mine = 'http://insecure.test:%d' % port, 'http://localhost:%d' % port  # the user approved localhost
+    engine.restart(run, {'approvedOrigins': [insecure], 'allowUserApprovals': False, 'allowPlainHttp': False})
+    hosts, elements = engine.host_processes(), run.created()
+    for origin, name, words in [(mine, 'localhost', 'allows only the portals it lists'),
+                                (insecure, 'insecure.test', 'does not allow portals over plain http')]:
+        tab = engine.open_tab(run.site(name, 'mode=probe'))
+        try:
+            engine.loaded(tab)
+            said, offered = engine.popup_row(origin)
+            badge, title, _, _ = engine.tab_signal(origin + '/')
+        finally:
+            engine.close_tab(tab)
+        print('   %s: popup %r, offers "Allow": %s; badge %r, title %r' % (origin, said, offered, badge, title))
+        check(words in said and not offered, '%s: the popup says %r (offers "Allow": %s)' % (origin, said, offered))
+        check(badge != '?' and 'administrator does not allow' in (title or ''), '%s: the toolbar shows %r, %r' % (origin, badge, title))
+    check(run.created() == elements and not set(engine.host_processes()) - set(hosts),
+          'policy: an element the administrator refuses ran')
+    tab = engine.open_tab(run.url('mode=probe'))  # the administrator's own loopback portal still runs
+    try:
+        check(poll(lambda: run.created() == elements + 1), 'policy: the administrator\'s portal did not run')
+    finally:
+        engine.close_tab(tab)
+
+
 def host_problems(run):
     print('== bridge: the user is told when the plug-in or the host is missing; pages see the plug-in only while both are there')
     engine = run.engine
@@ -305,7 +416,7 @@ def host_problems(run):
 
 
 VISITS = [embeddings, install, connect, leave, probe, classic_install, classic_connect, classic_probe, bad_signature]
-BRIDGE_VISITS = [user_approval, quote_in_reply, host_problems]
+BRIDGE_VISITS = [user_approval, quote_in_reply, forged_results, host_problems, approval_rules, policy_rules]
 INSTALLED_VISITS = [install, connect, leave, probe, bad_signature]  # the demo portal's
 
 
@@ -383,6 +494,8 @@ def run_visits(build, source, engine, visits, only, root=None):
         print('e2e (%s) FAILED: %s' % (engine.name, failure))
         print('plug-in log (tail):\n' + read(os.path.join(run.home, '.Orvane', 'tunvo_plugin.log'))[-3000:])
         print(engine.log_tail())
+        if getattr(engine, 'host_log', None):
+            print('host log (tail):\n' + read(engine.host_log)[-3000:])
         return 1
     finally:
         engine.close()

@@ -133,8 +133,17 @@ export async function setWaiting(tabId, entries) {
   await Promise.all([
     chrome.action.setBadgeText({ tabId, text: askable.length ? '?' : null }),
     chrome.action.setBadgeBackgroundColor({ tabId, color: askable.length ? WAITING_BADGE_COLOR : PROBLEM_BADGE_COLOR }),
-    chrome.action.setTitle({ tabId, title }),
+    setTabTitle(tabId, title),
   ]).catch(() => {});  // the tab is gone
+}
+
+// A tab's own title, or (null) the whole button's again: Firefox takes null for that, Chromium only a text.
+async function setTabTitle(tabId, title) {
+  try {
+    await chrome.action.setTitle({ tabId, title });
+  } catch {
+    if (title === null) await chrome.action.setTitle({ tabId, title: await chrome.action.getTitle({}) });
+  }
 }
 
 // The tab closed.

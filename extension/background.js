@@ -32,5 +32,10 @@ chrome.storage.onChanged.addListener((changes, area) => {
 });
 
 // A new browser session asks a host once whether it and the plug-in are there; a background started again
-// in the same session applies what it knows.
-hostStatus().then((status) => (status ? applyPresence() : probeHost()));
+// in the same session applies what it knows. Without the start-up listener a browser that starts on a
+// profile where the extension is installed would not run this background until a page needs it.
+function learnHostStatus() {
+  hostStatus().then((status) => (status ? applyPresence() : probeHost()));
+}
+chrome.runtime.onStartup.addListener(learnHostStatus);
+learnHostStatus();

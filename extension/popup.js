@@ -50,7 +50,8 @@ function waitingRow(entry, approvals) {
     ? 'This page, inside another site\'s page, wants to use the VPN plug-in. Allow it only when both are your own VPN portal.'
     : 'This page wants to use the VPN plug-in. Allow it only for your own VPN portal.'));
   for (const o of unapproved.filter(isPlainHttp)) row.append(element('div', 'warning', `${o}: ${PLAIN_HTTP}`));
-  const button = element('button', '', unapproved.length > 1 ? 'Allow both' : 'Allow this portal');
+  const label = unapproved.length > 1 ? 'Allow both' : unapproved[0] === origin ? 'Allow this portal' : 'Allow the site around it';
+  const button = element('button', '', label);
   button.dataset.origin = origin;
   button.addEventListener('click', async () => {
     button.disabled = true;
