@@ -44,7 +44,14 @@ document.getElementById('status').textContent = 'Working: connect';
   for (var i = 0; i < names.length; ++i) define(prototype, names[i], { get: answer, set: function () {}, configurable: true });
   String = Number = Boolean = Object = answer;
   JSON.stringify = JSON.parse = answer;
-  Array.prototype.map = Array.prototype.filter = Array.prototype.forEach = Array.prototype.push = answer;
+  // The calls are made, and the list of their answers holds, for each, the message of the page's choosing.
+  var map = Array.prototype.map, apply = Reflect.apply;
+  Array.prototype.map = function (each) {
+    var out = apply(map, this, [each]);
+    for (var i = 0; i < out.length; ++i) out[i] = forged;
+    return out;
+  };
+  Array.prototype.filter = Array.prototype.forEach = Array.prototype.push = answer;
   Array.prototype.slice = Array.prototype.concat = Array.isArray = answer;
   Array.prototype[Symbol.iterator] = function* () { yield forged; };
   Function.prototype.call = Function.prototype.apply = Function.prototype.bind = answer;
