@@ -115,12 +115,15 @@ void Bridge::onFrame(const std::string& frame) {
     }
 }
 
-// Nothing walks a message before it has passed the nesting limit, and nothing reads a field before the
+// Nothing walks a message before it has passed the nesting and value limits, and nothing reads a field before the
 // operation's table has checked it.
 void Bridge::onMessage(const std::string& frame) {
     if (takeDataFrame(frame)) return;
-    if (protocol::nestedDeeperThan(frame, protocol::kMaxDepth))
+    protocol::Shape shape = protocol::shapeOf(frame, protocol::kMaxDepth);
+    if (shape.depth > protocol::kMaxDepth)
         return refuse(protocol::kTooDeep, protocol::kMaxDepth, std::to_string(frame.size()) + " bytes");
+    if (shape.values > protocol::kMaxValues)
+        return refuse(protocol::kTooManyValues, protocol::kMaxValues, std::to_string(frame.size()) + " bytes");
     json message = json::parse(frame, nullptr, false);
     if (message.is_discarded() || !message.is_object()) return refuse(protocol::kBadFrame, frame.size());
     auto opField = message.find("op");

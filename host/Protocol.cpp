@@ -43,6 +43,7 @@ const std::vector<ErrorText>& errorTexts() {
         {kTooManyRequests, "too many requests", "limit"},
         {kTooDeep, "nested too deep", "limit"},
         {kServiceHeadersTooLong, "service reply headers too long", "limit"},
+        {kTooManyValues, "too many values", "limit"},
     };
     return texts;
 }
@@ -65,7 +66,8 @@ json shortValue(const json& value, size_t textBytes) {
     return value;
 }
 
-bool nestedDeeperThan(const std::string& text, size_t limit) {
+Shape shapeOf(const std::string& text, size_t depthLimit) {
+    Shape shape;
     size_t depth = 0;
     bool inString = false;
     for (size_t i = 0; i < text.size(); ++i) {
@@ -78,12 +80,16 @@ bool nestedDeeperThan(const std::string& text, size_t limit) {
         } else if (c == '"') {
             inString = true;
         } else if (c == '[' || c == '{') {
-            if (++depth > limit) return true;
+            ++shape.values;
+            shape.depth = std::max(shape.depth, ++depth);
+            if (depth > depthLimit) return shape;
         } else if ((c == ']' || c == '}') && depth > 0) {
             --depth;  // an unmatched one makes the text no JSON, which the parser refuses
+        } else if (c == ',') {
+            ++shape.values;
         }
     }
-    return false;
+    return shape;
 }
 
 const Operation* operation(const std::string& op) {

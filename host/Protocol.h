@@ -29,6 +29,7 @@ enum Error {
     kTooManyRequests = 12,
     kTooDeep = 13,
     kServiceHeadersTooLong = 14,
+    kTooManyValues = 15,
 };
 
 // An error's message text and the field that carries its value.
@@ -58,9 +59,19 @@ struct Limits {
 // list, a pair).
 constexpr size_t kMaxDepth = 3;
 
-// Whether `text` nests arrays and objects deeper than `limit`: one pass over the text that counts the
-// brackets and braces outside strings, so that nothing deeper is ever parsed or walked.
-bool nestedDeeperThan(const std::string& text, size_t limit);
+// How many values a message may hold: a create of 5,000 attributes passes, and a frame of 64 MiB of
+// tiny values never reaches the parser (which would take some 30 bytes for each).
+constexpr size_t kMaxValues = 16384;
+
+// The shape of a message's text, from one pass that counts the brackets, braces and commas outside strings,
+// so that nothing deeper or larger is ever parsed or walked: how deep its arrays and objects nest (counted
+// until it passes `depthLimit`) and about how many values they hold (an opening bracket or brace, or a
+// comma, each counts one: at least every value in an array or object).
+struct Shape {
+    size_t depth = 0;
+    size_t values = 0;
+};
+Shape shapeOf(const std::string& text, size_t depthLimit);
 
 // The fields of the messages of the extension.
 enum class Type { Integer, Text, TextOrNull, Boolean, Pairs /* [[text, text], ...] */ };

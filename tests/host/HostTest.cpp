@@ -289,10 +289,16 @@ TEST_F(BridgeTest, EveryMessageHasExactlyItsOperationsFields) {
 
 // Arrays and objects nested deeper than create's attributes are refused (13) before anything reads them:
 // 300,000 levels in the op or in a result's error once crashed the host's log. Brackets inside texts do not
-// count, an escaped quote does not end a text, and a message as deep as the limit passes.
+// count, an escaped quote does not end a text, and a message as deep as the limit passes. So is a message of
+// more values than any message holds (15), which the parser would make into a value each.
 TEST_F(BridgeTest, NestingDeeperThanAnyMessageIsRefusedUnread) {
     send(kHello);
     std::string deep = std::string(300000, '[') + std::string(300000, ']');
+    auto create = [](int element, size_t attributes) {  // each pair counts 3
+        std::string pairs;
+        for (size_t i = 0; i < attributes; ++i) pairs += std::string(i ? "," : "") + R"(["n",""])";
+        return R"({"op":"create","element":)" + std::to_string(element) + R"(,"attributes":[)" + pairs + "]}";
+    };
     const struct { std::string shows, frame; const char* error; } rows[] = {
         {"300,000 levels in the op", R"({"op":)" + deep + "}", "13 3"},
         {"300,000 levels in a result's error", R"({"op":"result","call":1,"error":)" + deep + "}", "13 3"},
@@ -301,6 +307,8 @@ TEST_F(BridgeTest, NestingDeeperThanAnyMessageIsRefusedUnread) {
         {"not JSON but deep", std::string(4, '{'), "13 3"},
         {"brackets in texts", R"({"op":"create","element":1,"attributes":[["a\"[[{{","[[[[{{{{"]]})", nullptr},
         {"unmatched closing ones", R"(]]]]{"op":"x"})", "1 14"},
+        {"more values than any message holds", create(2, protocol::kMaxValues / 3 + 1), "15 16384"},
+        {"a create of 5,000 attributes", create(3, 5000), nullptr},
     };
     for (const auto& row : rows) {
         size_t before = sent.size();
@@ -490,6 +498,7 @@ TEST(Protocol, TheGuidesTablesOfErrorsAndLimitsAreTheCodes) {
     const std::map<int, size_t> values = {
         {protocol::kTooManyElements, limits.elements}, {protocol::kAttributesTooLarge, limits.attributeBytes},
         {protocol::kTooManyRequests, limits.requests}, {protocol::kTooDeep, protocol::kMaxDepth},
+        {protocol::kTooManyValues, protocol::kMaxValues},
         {protocol::kServiceHeadersTooLong, kMaxServiceHeaderBytes}};
     std::map<int, size_t> listed;
     for (const auto& cells : rows(section("### Limits")))
