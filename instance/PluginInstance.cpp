@@ -153,12 +153,13 @@ Outcome decide(struct_nsPluginInstance* record, Parameters& p) {
     }
     if (record->probeVpn == 1) {
         int result = NS_ProbeVpn(record);
-        if (result != 100) PluginWriteLog(2, "[NS_NewPluginInstance] Error call of NS_probeVpn. '%d'\n", result);
+        if (result != RESULT_PROBE_REQUESTED) PluginWriteLog(2, "[NS_NewPluginInstance] Error call of NS_probeVpn. '%d'\n", result);
         return Outcome::Keep;
     }
     PluginWriteLog(2, "[NS_NewPluginInstance] NS_LaunchVpn\n");
     int result = NS_LaunchVpn(record, p.text, 0);
-    if (result == 0 || result == -1 || result == -2) return Outcome::Keep;
+    if (result == RESULT_SERVICE_STARTED || result == RESULT_ALREADY_RUNNING || result == RESULT_NOT_INSTALLED)
+        return Outcome::Keep;
     PluginWriteLog(2, "[NS_NewPluginInstance] Error call of NS_LaunchVpn. '%d'\n", result);
     return Outcome::Fail;
 }

@@ -11,6 +11,7 @@
 #include "BrowserCalls.h"
 #include "ErrorLog"
 #include "LogSettings"
+#include "Provisioning.h"
 #include "NotifyData.h"
 #include "PluginLog.h"
 
@@ -35,10 +36,10 @@ int NS_ProbeVpn(struct_nsPluginInstance* record) {
     *record->url += "?INFO";
     PluginWriteLog(4, "[NS_ProbeVpn] Call Init url='%s'\n", static_cast<const char*>(*record->url));
     NPError error = NPN_GetURLNotify(record->instance, *record->url, nullptr, g_tunvo_http);
-    if (error == NPERR_NO_ERROR) return 100;
+    if (error == NPERR_NO_ERROR) return RESULT_PROBE_REQUESTED;
     PluginWriteLog(0, "[NS_ProbeVpn] ERROR! cannot call GetURL. url='%s', errorcode='%d'\n",
                    static_cast<const char*>(*record->url), error);
-    return -7;
+    return RESULT_BROWSER_REFUSED;
 }
 
 void sendToTunvo(struct_nsPluginInstance* record, const char* completedUrl) {

@@ -5,7 +5,8 @@
 #include "PluginInstance.h"
 #include "ServiceAddress.h"
 
-// Asks the service "?INFO" through the browser: 100 when handed over, -7 when the browser refused.
+// Asks the service "?INFO" through the browser: RESULT_PROBE_REQUESTED (100) when handed over,
+// RESULT_BROWSER_REFUSED (-7) when the browser refused.
 int NS_ProbeVpn(struct_nsPluginInstance* record);
 // Sends the page's answer (in `data`) to the service with the next sequence number, when this instance
 // owns the service; switches logging on the service's word.

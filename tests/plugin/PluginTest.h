@@ -44,7 +44,7 @@ protected:
         return log().find(text, from) != std::string::npos;
     }
     // Creates an element and expects NPP_New to answer `expected`.
-    FakeBrowser::Instance* create(const FakeBrowser::Parameters& parameters, NPError expected = 0) {
+    FakeBrowser::Instance* create(const FakeBrowser::Parameters& parameters, NPError expected = NPERR_NO_ERROR) {
         NPError created = -1;
         FakeBrowser::Instance* instance = browser.create(parameters, &created);
         EXPECT_EQ(expected, created);
