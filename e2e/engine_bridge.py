@@ -102,8 +102,10 @@ class BridgeEngine:
         os.makedirs(os.path.join(run.build, 'e2e'), exist_ok=True)
         # The browser's own log, kept after the run for a look when something failed.
         self.log_path = os.path.join(run.build, 'e2e', '%s-browser.log' % self.name)
+        # The test plug-in's client lives under the test root, and so does the service the host's guard watches.
         self.env = dict(run.env) if self.installed else \
-            dict(run.env, PASSWAY_HOST_PLUGIN=os.path.join(run.plugins, 'libtunvo_plugin_testroot.so'))
+            dict(run.env, PASSWAY_HOST_PLUGIN=os.path.join(run.plugins, 'libtunvo_plugin_testroot.so'),
+                 PASSWAY_HOST_CLIENT_ROOT=getattr(run, 'root', ''))
         self.launch(run)
         self.tab = self.open_tab('about:blank')
         # The extension asks a host once when the browser starts; its answer decides whether pages see the

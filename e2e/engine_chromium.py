@@ -3,23 +3,24 @@
 do with it is in engine_bridge.py.
 
 The administrator's policy: Chromium reads managed policies only from the system-wide folder
-/etc/chromium/policies/managed/. Run as root, the engine writes a policy file of its own there (a name no one
-else uses: passway-e2e-XXXXXXXX.json) before the browser starts and removes it (and any folder it made) when
-the run ends; otherwise it writes nothing there and approves the portal in the popup."""
+/etc/chromium/policies/managed/, and merges the files it finds there: two runs side by side, each with a file
+approving its own portal, would each see one of the two lists. Run as root, the engine writes its policy into a
+folder of the run's own that stands in /etc/chromium for this browser alone (a bind mount in the browser's own
+mount namespace; for an installed package's run, a copy of the real /etc/chromium, which holds the package's
+host manifest); the real folder is never written. Otherwise it approves the portal in the popup."""
 import base64
 import hashlib
 import json
 import os
 import shutil
 import subprocess
-import tempfile
 import urllib.parse
 
 from devtools_pipe import DevToolsPipe
 from engine_bridge import HOST_NAME, BridgeEngine, poll
 
 CHROMIUM = '/usr/lib/chromium/chromium'
-POLICY_DIR = '/etc/chromium/policies/managed'
+ETC = '/etc/chromium'
 
 
 def extension_id(extension_dir):
@@ -45,7 +46,7 @@ class ChromiumEngine(BridgeEngine):
         self.forcelist = forcelist
         self.build = build
         self.browser = None
-        self.policy_made = []  # the policy file and the folders made for it, removed at the end
+        self.private_etc = None  # the run's folder that stands in /etc/chromium for this browser
 
     def launch(self, run):
         """A fresh profile in the run's folder, with the host manifest pointing at the host; the policy."""
@@ -61,9 +62,8 @@ class ChromiumEngine(BridgeEngine):
             with open(self.manifest_file, 'w') as f:
                 json.dump(manifest, f)
         if self.forcelist:
-            self.write_private_policy(run)
-        else:
-            self.write_policy()
+            self.publish_extension(run)
+        self.write_policy(run)
         ours = [] if self.installed or self.forcelist else ['--load-extension=' + self.extension]
         argv = [self.program] + ([] if self.window else ['--headless=new']) + [
             '--no-sandbox', '--user-data-dir=' + profile, '--no-first-run', '--disable-gpu', '--disable-dev-shm-usage',
@@ -73,8 +73,9 @@ class ChromiumEngine(BridgeEngine):
             '--remote-debugging-pipe', '--window-size=800,500', '--enable-logging=stderr', '--v=0', 'about:blank']
         if self.forcelist:  # the forced install is a download that background networking would stop
             argv.remove('--disable-background-networking')
+        if self.private_etc:
             argv = ['unshare', '--mount', '--propagation', 'private', 'sh', '-c',
-                    'mount --bind "$0" /etc/chromium && exec "$@"', self.private_etc] + argv
+                    'mount --bind "$0" %s && exec "$@"' % ETC, self.private_etc] + argv
         with open(self.log_path, 'w') as log:
             self.browser = DevToolsPipe(argv, self.env, log)
         self.browser_pid = self.browser.process.pid
@@ -83,50 +84,36 @@ class ChromiumEngine(BridgeEngine):
                 for target in self.browser.command('Target.getTargets')['targetInfos'])):
             raise RuntimeError('the administrator\'s ExtensionInstallForcelist did not install %s' % self.id)
 
-    def write_policy(self):
+    def write_policy(self, run):
+        """The administrator's policy approving the portal (and, for a forcelist run, installing the extension),
+        in the run's own stand-in for /etc/chromium (root only)."""
         if not self.portal_origin:
             return
         if os.geteuid() != 0:
-            self.policy_note = 'not root: no Chromium policy in %s' % POLICY_DIR
+            self.policy_note = 'not root: no Chromium policy in %s' % ETC
             return
-        folder, missing = POLICY_DIR, []  # the folders this run makes, from the deepest
-        while not os.path.isdir(folder):
-            missing.append(folder)
-            folder = os.path.dirname(folder)
-        os.makedirs(POLICY_DIR, 0o755, exist_ok=True)
-        fd, path = tempfile.mkstemp(prefix='passway-e2e-', suffix='.json', dir=POLICY_DIR)
-        self.policy_made = [path] + missing
-        with os.fdopen(fd, 'w') as f:
-            json.dump({'3rdparty': {'extensions': {self.id: self.policy_settings()}}}, f)
-        os.chmod(path, 0o644)
-        self.policy = path
+        self.private_etc = os.path.join(run.work, 'etc-chromium')
+        if not os.path.isdir(self.private_etc) and os.path.isdir(ETC):
+            shutil.copytree(ETC, self.private_etc, symlinks=True)
+        managed = os.path.join(self.private_etc, 'policies', 'managed')
+        os.makedirs(managed, exist_ok=True)
+        policy = {'3rdparty': {'extensions': {self.id: self.policy_settings()}}}
+        if self.forcelist:
+            # DeveloperToolsAvailability 1: the run drives the popup of a force-installed extension over DevTools.
+            policy.update({'ExtensionInstallForcelist': ['%s;%s/update.xml' % (self.id, self.portal_origin)],
+                           'DeveloperToolsAvailability': 1})
+        self.policy = os.path.join(managed, 'passway.json')
+        with open(self.policy, 'w') as f:
+            json.dump(policy, f)
 
-    def write_private_policy(self, run):
-        """The packed extension and its update manifest on the portal's server, and a policy that force-installs
-        it and approves the portal, in a folder that stands in /etc/chromium for this browser alone."""
+    def publish_extension(self, run):
+        """The packed extension and its update manifest on the portal's server, for the forcelist policy."""
         site = os.path.join(run.work, 'site')
         shutil.copy(os.path.join(self.build, 'extension', 'passway-chromium.crx'), site)
         update = subprocess.run([os.path.join(self.build, 'tools', 'passway-crx'), 'update-manifest', self.id, '1.0',
                                  '%s/passway-chromium.crx' % self.portal_origin], capture_output=True, text=True, check=True)
         with open(os.path.join(site, 'update.xml'), 'w') as f:
             f.write(update.stdout)
-        self.private_etc = os.path.join(run.work, 'etc-chromium')
-        managed = os.path.join(self.private_etc, 'policies', 'managed')
-        os.makedirs(managed)
-        self.policy = os.path.join(managed, 'passway.json')
-        with open(self.policy, 'w') as f:
-            # DeveloperToolsAvailability 1: the run drives the popup of a force-installed extension over DevTools.
-            json.dump({'ExtensionInstallForcelist': ['%s;%s/update.xml' % (self.id, self.portal_origin)],
-                       'DeveloperToolsAvailability': 1,
-                       '3rdparty': {'extensions': {self.id: self.policy_settings()}}}, f)
-
-    def remove_policy(self):
-        for path in self.policy_made:  # the file, then the folders from the deepest
-            try:
-                os.rmdir(path) if os.path.isdir(path) else os.remove(path)
-            except OSError as error:
-                print('e2e (chromium): could not remove %s: %s' % (path, error))
-        self.policy_made = []
 
     # ---- tabs ----------------------------------------------------------------------------------
     def open_tab(self, url):
@@ -157,9 +144,6 @@ class ChromiumEngine(BridgeEngine):
         return 'chrome-extension://%s/popup.html?origin=%s' % (self.id, urllib.parse.quote(origin, safe=''))
 
     def quit(self):
-        try:
-            if self.browser:
-                self.browser.close()
-                self.browser = None
-        finally:
-            self.remove_policy()
+        if self.browser:
+            self.browser.close()
+            self.browser = None

@@ -379,6 +379,78 @@ def policy_rules(run):
         engine.close_tab(tab)
 
 
+def connected_tab(run, answers):
+    """A tab of its own on the demo portal that connects and answers the service with `answers`, its URL,
+    and the host that started for it (the tab's only one)."""
+    engine = run.engine
+    poll(lambda: run.service_pid() == 0, 30)  # the last visit's service ends with its page
+    run.stop_service()
+    hosts = set(engine.host_processes())
+    url = run.url('mode=connect&answers=' + urllib.parse.quote(answers, safe=''))
+    tab = engine.open_tab(url)
+    check(poll(lambda: engine.holds(tab, heard('c_addcomm: connected'))), 'the page did not connect')
+    started = poll(lambda: set(engine.host_processes()) - hosts)
+    check(started and len(started) == 1, 'hosts started for the tab: %s' % started)
+    return tab, url, started.pop()
+
+
+def host_killed(run):
+    print('== bridge: the host killed (SIGKILL) in a connected session: the page hears ssldrop, no service is left, a reload connects again')
+    engine = run.engine
+    tab, url, host = connected_tab(run, 'hello')
+    try:
+        check(poll(lambda: engine.holds(tab, heard('c_addcomm: ack:hello&z=0'))), 'killed host: the relay did not run')
+        os.kill(host, signal.SIGKILL)
+        dropped = poll(lambda: engine.holds(tab, heard('c_addcomm: ssldrop')), 10)
+        gone = poll(lambda: run.service_pid() == 0, 10)
+        page, status = engine.page_state(tab)
+        badge, title, _, _ = engine.tab_signal(url)
+        print('   after SIGKILL: the page heard %r, status %r; service left: %s; badge %r, title %r'
+              % (page[-1:], status, not gone, badge, title))
+        check(dropped, 'killed host: the page did not hear ssldrop')
+        check(gone, 'killed host: the service still runs')
+        check(badge == '!' and 'stopped unexpectedly' in (title or ''), 'killed host: the toolbar shows %r, %r' % (badge, title))
+        engine.go(tab, url)  # the user reloads
+        again = poll(lambda: engine.holds(tab, heard('c_addcomm: ack:hello&z=0')))
+        page, status = engine.page_state(tab)
+        print('   after a reload: the page heard %r, status %r' % (page[:1], status))
+        check(again and status == 'Connected', 'killed host: a reload did not connect again (%r, %r)' % (page, status))
+    finally:
+        engine.close_tab(tab)
+    check(poll(lambda: run.service_pid() == 0, 30), 'killed host: the service still runs after the tab closed')
+
+
+def hung_service(run):
+    print('== bridge: a service that hangs and a tab closed meanwhile: no service is left')
+    engine = run.engine
+    tab, url, host = connected_tab(run, 'hang')
+    try:
+        check(poll(lambda: '?hang&z=0 ' in run.run_file('requests.log')), 'hung service: the page\'s message did not reach it')
+    finally:
+        engine.close_tab(tab)
+    began = time.monotonic()
+    gone = poll(lambda: run.service_pid() == 0, 30)
+    print('   the tab closed; the service was stopped after %.1f s; the host is %s'
+          % (time.monotonic() - began, 'gone' if host not in engine.host_processes() else 'still running'))
+    check(gone, 'hung service: the service still runs after the tab closed')
+
+
+def held_reply(run):
+    print('== bridge: a reply the service holds for 150 s reaches the page, and no other answer takes its place')
+    engine = run.engine
+    tab, url, host = connected_tab(run, 'hold=150')
+    try:
+        held = poll(lambda: engine.holds(tab, 'transcript.length > 2'), 200, step=1)
+        page, _ = engine.page_state(tab)
+    finally:
+        engine.close_tab(tab)
+    requests = run.run_file('requests.log')
+    after = requests[requests.index('?hold=150&z=0 '):].splitlines()[1:2]
+    print('   the page heard %r; the next request: %r' % (page[2:3], after))
+    check(held and page[2] == 'c_addcomm: held:150', 'held reply: the page heard %r' % page)
+    check(after and '?INFO&z=1 ' in after[0], 'held reply: the service was asked %r after the held request' % after)
+
+
 def host_problems(run):
     print('== bridge: the user is told when the plug-in or the host is missing; pages see the plug-in only while both are there')
     engine = run.engine
@@ -416,7 +488,8 @@ def host_problems(run):
 
 
 VISITS = [embeddings, install, connect, leave, probe, classic_install, classic_connect, classic_probe, bad_signature]
-BRIDGE_VISITS = [user_approval, quote_in_reply, forged_results, host_problems, approval_rules, policy_rules]
+BRIDGE_VISITS = [user_approval, quote_in_reply, forged_results, host_killed, hung_service, held_reply, host_problems,
+                 approval_rules, policy_rules]
 INSTALLED_VISITS = [install, connect, leave, probe, bad_signature]  # the demo portal's
 
 

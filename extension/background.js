@@ -2,7 +2,7 @@
 // per frame; a closed tab ends its session and its host; a new approval reaches every session and the
 // origins that see the plug-in (presence.js).
 import { approvalsChanged, forgetTab } from './approval.js';
-import { applyPresence, hostStatus, probeHost } from './presence.js';
+import { applyPresence, hostStatus, probeHost, setHostEnded } from './presence.js';
 import { TabSession } from './tab-session.js';
 
 const sessions = new Map();  // tab id -> TabSession
@@ -22,7 +22,10 @@ chrome.tabs.onRemoved.addListener((tabId) => {
   const session = sessions.get(tabId);
   sessions.delete(tabId);
   if (session) session.close();
-  else forgetTab(tabId);  // a session of a service worker that has since restarted
+  else {  // a session of a service worker that has since restarted
+    forgetTab(tabId);
+    setHostEnded(tabId, null);
+  }
 });
 
 chrome.storage.onChanged.addListener((changes, area) => {

@@ -4,7 +4,7 @@
 // refuses it; then the approved portals, the user's own each with "Remove".
 import { approve, isPlainHttp, portalOrigin, readApprovals, unapprove, waitingEntries } from './approval.js';
 import { describe } from './host-status.js';
-import { hostStatus } from './presence.js';
+import { hostEndedIn, hostStatus } from './presence.js';
 
 const asked = portalOrigin(new URLSearchParams(location.search).get('origin') ?? '');
 const allowedHere = new Map();  // `origin top` -> entry approved from this popup: shown as allowed
@@ -15,14 +15,18 @@ const REFUSALS = {
 };
 const PLAIN_HTTP = 'Not encrypted: anyone on the network between you and this site can change its page.';
 
+async function activeTab() {
+  const [tab] = await chrome.tabs.query({ active: true, currentWindow: true });
+  return tab?.id;
+}
+
 async function entriesToShow() {
   const waiting = await waitingEntries();
   if (asked) {
     const all = [...waiting.values()].flat();
     return all.filter((entry) => entry.origin === asked).slice(0, 1);
   }
-  const [tab] = await chrome.tabs.query({ active: true, currentWindow: true });
-  return waiting.get(tab?.id) ?? [];
+  return waiting.get(await activeTab()) ?? [];
 }
 
 function element(tag, className, text) {
@@ -81,10 +85,11 @@ function approvedRow(origin, approvals) {
   return row;
 }
 
-// The host's status: the explanation of a problem, or the plug-in that serves.
-function hostRows(status) {
+// The host's status: what happened to the active tab's host, the explanation of a problem, or the plug-in
+// that serves.
+function hostRows(status, ended) {
   const { explanation } = describe(status);
-  const lines = explanation.length ? explanation
+  const lines = ended ? [ended, ...explanation] : explanation.length ? explanation
     : status?.state === 'ready' ? [`${status.plugin.description} (passway-host ${status.hostVersion})`] : [];
   return lines.map((line) => element('p', '', line));
 }
@@ -92,11 +97,12 @@ function hostRows(status) {
 let renders = 0;
 async function render() {
   const mine = ++renders;
-  const [entries, status, approvals] = await Promise.all([entriesToShow(), hostStatus(), readApprovals()]);
+  const [entries, status, approvals, ended] = await Promise.all([
+    entriesToShow(), hostStatus(), readApprovals(), activeTab().then((tab) => (tab === undefined ? null : hostEndedIn(tab)))]);
   if (mine !== renders) return;  // a later render has newer data
   const host = document.getElementById('host');
-  host.replaceChildren(...hostRows(status));
-  host.className = status && status.state !== 'ready' ? 'problem' : '';
+  host.replaceChildren(...hostRows(status, ended));
+  host.className = ended || (status && status.state !== 'ready') ? 'problem' : '';
   const waiting = [...allowedHere.values(), ...entries.filter((entry) => !allowedHere.has(`${entry.origin} ${entry.top}`) &&
                                                           !approvals.runs(entry.origin, entry.top ?? entry.origin))];
   document.getElementById('portals').replaceChildren(...waiting.map((entry) => waitingRow(entry, approvals)));

@@ -16,6 +16,39 @@ const PROBE_MS = 20000;  // a host that says nothing for this long has failed
 const POLICY_WAIT_MS = 2000;  // how long one application waits for the administrator's list
 const POLICY_TRIES = 5;  // applications that wait for it before the next approved element brings it
 
+const ENDED_PREFIX = 'ended:';  // a tab whose host went away while it served, and whether a session ran
+
+// A tab's host ended while it served (`session`: whether a VPN session ran on it), or (null) a new host
+// serves the tab: the tab's button shows `!` and says what happened, and so does the popup.
+export async function setHostEnded(tabId, session) {
+  const key = ENDED_PREFIX + tabId;
+  if (session === null) {
+    if (!((await chrome.storage.session.get(key))[key])) return;
+    await chrome.storage.session.remove(key);
+  } else {
+    await chrome.storage.session.set({ [key]: { session } });
+  }
+  const text = session === null ? null : '!';
+  const title = session === null ? null : `Passway: ${hostEndedText(session)}`;
+  await Promise.all([
+    chrome.action.setBadgeText({ tabId, text }),
+    chrome.action.setBadgeBackgroundColor({ tabId, color: PROBLEM_BADGE_COLOR }),
+    title === null ? null : chrome.action.setTitle({ tabId, title }),
+  ]).catch(() => {});  // the tab is gone
+}
+
+// What the user is told of a tab whose host went away, or null.
+export async function hostEndedIn(tabId) {
+  const ended = (await chrome.storage.session.get(ENDED_PREFIX + tabId))[ENDED_PREFIX + tabId];
+  return ended ? hostEndedText(ended.session) : null;
+}
+
+function hostEndedText(session) {
+  return session
+    ? 'The VPN plug-in\'s helper program stopped unexpectedly, and the VPN session ended. Reload the page to connect again.'
+    : 'The VPN plug-in\'s helper program stopped unexpectedly. Reload the page to start it again.';
+}
+
 export async function hostStatus() {
   return (await chrome.storage.session.get(STATUS_KEY))[STATUS_KEY] ?? null;
 }

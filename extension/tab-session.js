@@ -5,9 +5,12 @@ import { forgetTab, portalOrigin, readApprovals, setWaiting, waitingEntry } from
 import { HOST_NAME, PROTOCOL_VERSION, statusOfDisconnect, statusOfMessage } from './host-status.js';
 import { callsInPage } from './page-call.js';
 import { PartJoiner } from './parts.js';
-import { applyPresence, disconnectReason, setHostStatus } from './presence.js';
+import { applyPresence, disconnectReason, setHostEnded, setHostStatus } from './presence.js';
 const MAX_CALLS_AT_ONCE = 256;  // page calls in one injection
 const NPERR_NO_ERROR = 0;  // the NPError of an NPP_New or NPP_Destroy that succeeded
+// What the plug-in tells a page when the service of its session is gone: c_addcomm('ssldrop').
+const SESSION_FUNCTION = 'c_addcomm';
+const SESSION_DROPPED = 'ssldrop';
 
 // A call the host may ask for: a plain function name and at most one text or number.
 function isPageCall(name, args) {
@@ -48,6 +51,7 @@ export class TabSession {
     this.#native?.disconnect();
     this.#native = null;
     forgetTab(this.#tabId);
+    setHostEnded(this.#tabId, null);
   }
 
   // Elements waiting for approval whose origins are now approved are created, without a reload. When an
@@ -153,11 +157,21 @@ export class TabSession {
       if (!ready) setHostStatus(statusOfDisconnect(reason));  // missing, or ended before it could serve
       if (this.#native !== native) return;
       this.#native = null;
-      // Its plug-in instances died with it; a page loaded later starts a new host.
+      // Its plug-in instances died with it; a page loaded later starts a new host. The host's guard stops
+      // the service a session ran on: its element hears what the plug-in tells a page when the service is
+      // gone, and the user is told.
+      const dropped = [];
       for (const element of this.#elements.values()) {
-        if (element.state === 'created') element.state = 'lost';
+        if (element.state !== 'created') continue;
+        element.state = 'lost';
+        if (element.session) dropped.push(element);
       }
       this.#dropHostWork();
+      if (!ready) return;
+      setHostEnded(this.#tabId, dropped.length > 0);
+      for (const { frame } of dropped) {
+        callsInPage(this.#tabId, frame.documentId, frame.frameId, frame.origin, [[SESSION_FUNCTION, [SESSION_DROPPED]]]);
+      }
     });
     this.#send({ op: 'hello', version: PROTOCOL_VERSION, userAgent: navigator.userAgent, origin });
   }
@@ -198,7 +212,13 @@ export class TabSession {
     switch (message.op) {
       case 'ready':
         console.info(`passway: host ready in tab ${this.#tabId}: ${message.name} (${message.plugin})`);
+        setHostEnded(this.#tabId, null);
         break;
+      case 'session': {
+        const element = this.#elements.get(message.element);
+        if (element) element.session = true;
+        break;
+      }
       case 'created':
       case 'destroyed':
         if (message.result !== NPERR_NO_ERROR) console.warn(`passway: ${message.op} element ${message.element}: NPError`, message.result);
@@ -223,6 +243,7 @@ export class TabSession {
   #pageCall({ call, element: id, function: name, args }) {
     const element = this.#elements.get(id);
     if (element?.state !== 'created' || !Number.isSafeInteger(call)) return;  // the host dropped its calls
+    if (name === SESSION_FUNCTION && Array.isArray(args) && args[0] === SESSION_DROPPED) element.session = false;
     this.#queuedCalls.push({ call, element, name, args });
     if (!this.#calling) this.#runCalls();
   }

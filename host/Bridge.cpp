@@ -203,8 +203,7 @@ void Bridge::destroy(const json& message) {
     m_elements.erase(it);
     NPError destroyed = NPERR_NO_ERROR;
     if (instance->alive) {
-        endElement(&instance->npp);
-        destroyed = m_npapi->destroy(instance);
+        destroyed = destroyInstance(instance);
     } else {
         m_npapi->discard(instance);
     }
@@ -348,6 +347,7 @@ void Bridge::carry(const Pending& request) {
         m_out.send({{"op", "call"}, {"call", id}, {"element", elementOf(request.instance)}, {"function", call.function},
                     {"args", arguments}});
     } else if (isServiceUrl(request.url)) {
+        if (request.url == TUNVO_SERVICE_URL "?CONNECT") noteServiceStarted(request.instance);
         auto service = std::make_unique<ServiceRequest>(*m_npapi, request.instance, request.url, request.notifyData,
                                                         request.notify);
         if (service->start()) m_service.push_back(std::move(service));
@@ -438,19 +438,36 @@ void Bridge::onReadable(int fd) {
     }
 }
 
-void Bridge::onTick(time_t now) {
-    m_service.erase(std::remove_if(m_service.begin(), m_service.end(),
-                                   [&](const std::unique_ptr<ServiceRequest>& s) { return !s->checkSilence(now); }),
-                    m_service.end());
+void Bridge::setGuard(ServiceGuard* guard, std::string clientRoot) {
+    m_guard = guard;
+    m_clientRoot = std::move(clientRoot);
+}
+
+// The plug-in asks the service "?CONNECT" only right after it started the service itself: from then on its
+// instance owns the service and stops it at its NPP_Destroy. The guard learns which process that is, and
+// the extension that the element's session runs.
+void Bridge::noteServiceStarted(NPP instance) {
+    m_serviceOwner = instance;
+    ServiceProcess service;
+    if (m_guard != nullptr && runningService(m_clientRoot, service)) m_guard->owned(service);
+    m_out.send({{"op", "session"}, {"element", elementOf(instance)}});
+}
+
+// NPP_Destroy of an element, after its loads have ended; the instance that owned the service has stopped it.
+NPError Bridge::destroyInstance(NpapiHost::Instance* instance) {
+    endElement(&instance->npp);
+    NPError destroyed = m_npapi->destroy(instance);
+    if (&instance->npp == m_serviceOwner) {
+        m_serviceOwner = nullptr;
+        if (m_guard != nullptr) m_guard->released();
+    }
+    return destroyed;
 }
 
 void Bridge::shutdown() {
     if (m_npapi == nullptr) return;
     for (auto& [element, instance] : m_elements)
-        if (instance->alive) {
-            endElement(&instance->npp);
-            m_npapi->destroy(instance);
-        }
+        if (instance->alive) destroyInstance(instance);
     m_elements.clear();
     m_service.clear();
     m_npapi.reset();  // NP_Shutdown, unload

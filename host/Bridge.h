@@ -18,6 +18,7 @@
 #include "Frames.h"
 #include "NpapiHost.h"
 #include "Protocol.h"
+#include "ServiceGuard.h"
 #include "ServiceRequest.h"
 
 class Bridge : private NpapiHost::Handler {
@@ -35,10 +36,12 @@ public:
     void onFrame(const std::string& text);
     // Carries the plug-in's queued requests (and those they cause) until none is left.
     void run();
-    // The service sockets to watch, and what to do when one is readable or time passes.
+    // The service sockets to watch, and what to do when one is readable.
     std::vector<int> watched() const;
     void onReadable(int fd);
-    void onTick(time_t now);
+    // The guard told which service this host's plug-in starts and when the plug-in stopped it (none: the
+    // host runs unguarded, as in the tests); `clientRoot` is the installed client's root.
+    void setGuard(ServiceGuard* guard, std::string clientRoot);
     // The tab closed: abandons every open request (removing a partial package file), destroys every
     // element, shuts the plug-in down and unloads it.
     void shutdown();
@@ -75,6 +78,8 @@ private:
     void end(const nlohmann::json& message);
 
     void carry(const Pending& request);
+    void noteServiceStarted(NPP instance);
+    NPError destroyInstance(NpapiHost::Instance* instance);
     void endFetch(uint64_t id, NPReason reason, bool cancel);
     void removePartialFile(const Fetch& fetch);
     void endElement(NPP instance);
@@ -98,6 +103,9 @@ private:
     std::map<uint64_t, Fetch> m_fetches;
     std::set<uint64_t> m_dropped;  // calls and fetches given up: late messages for them are ignored
     std::vector<std::unique_ptr<ServiceRequest>> m_service;
+    ServiceGuard* m_guard = nullptr;
+    std::string m_clientRoot;
+    NPP m_serviceOwner = nullptr;  // the instance whose plug-in started the service it now owns
 };
 
 #endif

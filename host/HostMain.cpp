@@ -8,13 +8,13 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <poll.h>
 #include <string>
 #include <unistd.h>
 #include <vector>
 
 #include "Bridge.h"
+#include "ServiceGuard.h"
 #include "HostLog.h"
 
 namespace {
@@ -52,15 +52,20 @@ int main() {
     // A browser gone away fails our writes instead of ending us. (A handler, not SIG_IGN: the installer
     // and the service that the plug-in starts get the default disposition back at exec.)
     signal(SIGPIPE, ignore);
+    // The guard first, before the plug-in is loaded: it must hold nothing the plug-in opens.
+    ServiceGuard guard;
+    std::string root = clientRoot();
+    guard.start(root);
     FrameWriter out(writeAll);
     Bridge bridge(pluginPath(), out);
+    bridge.setGuard(&guard, root);
     FrameReader in;
     std::vector<char> buffer(1 << 20);
     for (bool open = true; open;) {
         std::vector<int> service = bridge.watched();
         std::vector<pollfd> fds = {{0, POLLIN, 0}};
         for (int fd : service) fds.push_back({fd, POLLIN, 0});
-        int ready = poll(fds.data(), fds.size(), 1000);
+        int ready = poll(fds.data(), fds.size(), -1);
         if (ready < 0 && errno != EINTR) {
             hostLog("poll failed: %s", strerror(errno));
             break;
@@ -86,8 +91,6 @@ int main() {
                 bridge.run();
             }
         }
-        bridge.onTick(time(nullptr));
-        bridge.run();
     }
     bridge.shutdown();
     return 0;

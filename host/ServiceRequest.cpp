@@ -83,7 +83,6 @@ bool ServiceRequest::start() {
         sent += static_cast<size_t>(n);
     }
     fcntl(m_fd, F_SETFL, fcntl(m_fd, F_GETFL) | O_NONBLOCK);
-    m_lastHeard = time(nullptr);
     return true;
 }
 
@@ -144,8 +143,7 @@ bool ServiceRequest::onReadable() {
             finish(whole ? NPRES_DONE : NPRES_NETWORK_ERR);
             return false;
         }
-        m_lastHeard = time(nullptr);
-        if (!m_headersDone) {
+            if (!m_headersDone) {
             m_headers.append(buffer, static_cast<size_t>(n));
             if (!takeHeaders()) return false;
         } else if (!m_stream.write(buffer, static_cast<size_t>(n))) {
@@ -153,14 +151,6 @@ bool ServiceRequest::onReadable() {
             return false;
         }
     }
-}
-
-bool ServiceRequest::checkSilence(time_t now) {
-    if (m_fd < 0) return false;
-    if (now - m_lastHeard < kServiceSilenceSeconds) return true;
-    hostLog("service request %s: no answer for %d s", m_logUrl.c_str(), kServiceSilenceSeconds);
-    finish(NPRES_NETWORK_ERR);
-    return false;
 }
 
 void ServiceRequest::finish(NPReason reason) {

@@ -1,15 +1,15 @@
 // One request of the plug-in to the local service, carried by the host itself over loopback: an HTTP/1.0
-// GET whose reply body goes to the plug-in as a stream while it arrives.
+// GET whose reply body goes to the plug-in as a stream while it arrives. A request waits for its reply as
+// long as the service holds it, as Chromium waits for a plug-in's request: the service may hold a reply
+// until it has news for the page; the element's end (its page left, the tab closed) ends the request.
 #ifndef PASSWAY_HOST_SERVICEREQUEST_H
 #define PASSWAY_HOST_SERVICEREQUEST_H
 
-#include <ctime>
 #include <memory>
 #include <string>
 
 #include "NpapiHost.h"
 
-constexpr int kServiceSilenceSeconds = 120;  // a service silent this long ends the request (network error)
 // A reply whose status line and headers (through the blank line) pass this ends the request (network error):
 // the service's own headers are a few hundred bytes.
 constexpr size_t kMaxServiceHeaderBytes = 64u << 10;
@@ -32,8 +32,6 @@ public:
     int fd() const { return m_fd; }
     // Takes what arrived; false once the request is over (the plug-in has been told).
     bool onReadable();
-    // Ends the request with a network error when the service has been silent too long; false once over.
-    bool checkSilence(time_t now);
     NPP instance() const { return m_stream.instance(); }
     // Whether the request ended because the reply's headers passed kMaxServiceHeaderBytes.
     bool headersTooLong() const { return m_headersTooLong; }
@@ -52,7 +50,6 @@ private:
     std::string m_headers;
     bool m_headersDone = false;
     bool m_headersTooLong = false;
-    time_t m_lastHeard = 0;
 };
 
 #endif

@@ -3,10 +3,12 @@
 // var/run/tunvo.pid and var/run/params.txt, serves /vpn.php on 127.0.0.1:44444, appends every request
 // line to var/run/requests.log, and on SIGTERM removes its pid file and exits.
 //
-// Replies: "?CONNECT" gets "connected"; a message holding "say=TEXT" gets TEXT; anything else gets
-// "ack:" and the query ("INFO" after a fifth of a second, as an idle service would). The service gives
-// up by itself after two minutes.
+// Replies: "?CONNECT" gets "connected"; a message holding "say=TEXT" gets TEXT; "hold=N" gets "held:N"
+// after N seconds (a service that holds its reply until it has news); "hang" never gets one (a service
+// that hangs, until it is stopped); anything else gets "ack:" and the query ("INFO" after a fifth of a
+// second, as an idle service would). The service gives up by itself after five minutes.
 #include <csignal>
+#include <cstdlib>
 #include <fcntl.h>
 #include <fstream>
 #include <memory>
@@ -36,7 +38,7 @@ int main(int, char** argv) {
     int null = open("/dev/null", O_RDWR);
     for (int fd = 0; fd < 3; ++fd) dup2(null, fd);
     signal(SIGTERM, [](int) { g_stop = 1; });
-    alarm(120);
+    alarm(300);
     std::ofstream(run + "params.txt") << params;
     {
         // A service still shutting down may hold the port for a moment: wait for it.
@@ -52,6 +54,20 @@ int main(int, char** argv) {
             std::string text = line.substr(query, line.rfind(" HTTP") - query);
             if (text == "CONNECT") return std::string("connected");
             if (text.rfind("INFO", 0) == 0) usleep(200000);  // an idle service: let a page that polls breathe
+            // Waits `seconds` (for ever: 0) or until the service is stopped.
+            auto wait = [](long seconds) {
+                for (long step = 0; !g_stop && (seconds == 0 || step < seconds * 50); ++step) usleep(20000);
+            };
+            size_t hold = text.find("hold=");
+            if (hold != std::string::npos) {
+                long seconds = atol(text.c_str() + hold + 5);
+                wait(seconds > 0 ? seconds : 1);
+                return "held:" + std::to_string(seconds);
+            }
+            if (text.rfind("hang", 0) == 0) {
+                wait(0);
+                return std::string();
+            }
             size_t say = text.find("say=");
             if (say != std::string::npos) return text.substr(say + 4, text.find('&', say) - say - 4);
             return "ack:" + text;
