@@ -1,6 +1,7 @@
 // UFileErrorLogBase and UFileErrorLog: the log file, its headers and its rotation.
 #include "FileErrorLog"
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <sys/stat.h>
@@ -29,6 +30,23 @@ public:
 private:
     pthread_mutex_t& m_lock;
 };
+
+// The writer's process id for the line header (what GetCurrentThreadId() answers), without a system call
+// per line: getpid() once, and once more in each child after a fork, whose handler forgets the id.
+std::atomic<int> g_writerId{0};
+
+void forgetWriterId() { g_writerId.store(0, std::memory_order_relaxed); }
+
+int writerId() {
+    static const bool followsForks = pthread_atfork(nullptr, nullptr, forgetWriterId) == 0;
+    if (!followsForks) return static_cast<int>(GetCurrentThreadId());
+    int id = g_writerId.load(std::memory_order_relaxed);
+    if (id == 0) {
+        id = static_cast<int>(GetCurrentThreadId());
+        g_writerId.store(id, std::memory_order_relaxed);
+    }
+    return id;
+}
 
 // fopen's mode with the close-on-exec flag added.
 CString closeOnExec(const char* mode) {
@@ -81,7 +99,7 @@ void UFileErrorLogBase::generateLogLineHeader(CString& header) {
     // The header names the second only (milliseconds always read 000): make it once per second and
     // writer, so that a line written by a forked child names the child.
     time_t now = time(nullptr);
-    DWORD thread = GetCurrentThreadId();
+    DWORD thread = static_cast<DWORD>(writerId());
     if (now != m_cachedSecond || thread != m_cachedThread) {
         SYSTEMTIME st;
         GetSystemTime(&st);

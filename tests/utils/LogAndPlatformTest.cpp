@@ -9,6 +9,8 @@
 #include <functional>
 #include <regex>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "TestSupport.h"
 #include "Exception"
@@ -121,6 +123,40 @@ TEST(UFileErrorLog, WhatTheReaderSeesThroughAReopen) {
     UFileErrorLog homeless;
     EXPECT_NE(0, homeless.Open("/proc/version/.Orvane/tunvo_plugin.log", "a"));
     EXPECT_EQ(-1, homeless.WriteLogItem("dropped\n")) << "an error, not a crash";
+}
+
+// A forked child, and its own child, write their own ids in their lines' headers, even within the second
+// whose header the parent already made; the first id stays the one the log was made with.
+TEST(UFileErrorLog, AForkedChildNamesItselfInItsLines) {
+    HomeLog home;
+    const auto writeOwnId = [&home](const char* who) {
+        home.log.WriteLog(0, "%s %d\n", who, static_cast<int>(getpid()));
+    };
+    writeOwnId("parent");
+    pid_t child = fork();
+    if (child == 0) {
+        writeOwnId("child");
+        pid_t grandchild = fork();
+        if (grandchild == 0) {
+            writeOwnId("grandchild");
+            _exit(0);
+        }
+        waitpid(grandchild, nullptr, 0);
+        writeOwnId("child");
+        _exit(0);
+    }
+    ASSERT_GT(child, 0);
+    waitpid(child, nullptr, 0);
+    writeOwnId("parent");
+    const std::regex line(", (\\d+),(\\d+),tunvo_plugin, 0,,,, (parent|child|grandchild) (\\d+)\n");
+    const std::string text = readFile(home.path), pid = std::to_string(getpid());
+    std::vector<std::string> writers;
+    for (std::sregex_iterator at(text.begin(), text.end(), line), end; at != end; ++at) {
+        EXPECT_EQ(pid, (*at)[1]) << at->str();
+        EXPECT_EQ((*at)[4], (*at)[2]) << at->str();
+        writers.push_back((*at)[3]);
+    }
+    EXPECT_EQ((std::vector<std::string>{"parent", "child", "grandchild", "child", "parent"}), writers);
 }
 
 // Rotation is checked on every 50th write (opening writes 3 lines), against the limit in the settings.
