@@ -4,7 +4,9 @@
 #include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <stdio_ext.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <sys/utsname.h>
 #include <unistd.h>
 
@@ -95,7 +97,9 @@ void UFileErrorLogBase::generateFileHeader(CString& header) {
     header += "\n";
 }
 
-void UFileErrorLogBase::generateLogLineHeader(CString& header) {
+void UFileErrorLogBase::generateLogLineHeader(CString& header) { header = lineHeader(); }
+
+const CString& UFileErrorLogBase::lineHeader() {
     // The header names the second only (milliseconds always read 000): make it once per second and
     // writer, so that a line written by a forked child names the child.
     time_t now = time(nullptr);
@@ -109,7 +113,7 @@ void UFileErrorLogBase::generateLogLineHeader(CString& header) {
         m_cachedSecond = now;
         m_cachedThread = thread;
     }
-    header = m_cachedHeader;
+    return m_cachedHeader;
 }
 
 bool UFileErrorLogBase::getFileSize(const char* path, unsigned long long* size) {
@@ -184,21 +188,29 @@ int UFileErrorLog::writeLocked(Body body) {
     } catch (...) {
         result = -1;
     }
-    fflush_unlocked(m_file);  // the stream's own lock is not needed: every write holds ours
+    // Lines leave by one system call each (writeToFile); what went through the stream is flushed here.
+    // The stream's own lock is not needed: every write holds ours.
+    if (__fpending(m_file) != 0) fflush_unlocked(m_file);
     CheckForRotation();
     return result;
 }
 
 int UFileErrorLog::WriteLogItem(const char* text) {
     return writeLocked([&] {
-        CString header;
-        generateLogLineHeader(header);
+        const CString& header = lineHeader();
         if (text == nullptr) text = "";
-        size_t length = strlen(text);
-        size_t headerLength = static_cast<size_t>(header.GetLength());
-        bool written = fwrite_unlocked(static_cast<const char*>(header), 1, headerLength, m_file) == headerLength &&
-                       fwrite_unlocked(text, 1, length, m_file) == length;
-        return written ? static_cast<int>(length) : -1;
+        size_t length = strlen(text), headerLength = static_cast<size_t>(header.GetLength());
+        // The usual line goes out in one piece from the stack; a longer one in two.
+        char line[1280];
+        if (headerLength + length <= sizeof line) {
+            memcpy(line, static_cast<const char*>(header), headerLength);
+            memcpy(line + headerLength, text, length);
+            iovec whole = {line, headerLength + length};
+            return writeToFile(&whole, 1) ? static_cast<int>(length) : -1;
+        }
+        iovec parts[2] = {{const_cast<char*>(static_cast<const char*>(header)), headerLength},
+                          {const_cast<char*>(text), length}};
+        return writeToFile(parts, 2) ? static_cast<int>(length) : -1;
     });
 }
 
@@ -229,6 +241,25 @@ int UFileErrorLog::WriteLogByte(unsigned char* data, unsigned int length) {
             return -1;  // raised, logged at the throw, and caught here
         }
     });
+}
+
+// Writes the parts straight to the file, after whatever the stream still holds (the file header of a new
+// file): one system call for the line, as fputs and fflush would make, without the stream's copy.
+bool UFileErrorLog::writeToFile(iovec* parts, int count) {
+    if (__fpending(m_file) != 0 && fflush_unlocked(m_file) != 0) return false;
+    int fd = fileno_unlocked(m_file);
+    while (count > 0) {
+        ssize_t written = count == 1 ? write(fd, parts->iov_base, parts->iov_len) : writev(fd, parts, count);
+        if (written < 0 && errno == EINTR) continue;
+        if (written <= 0) return false;
+        size_t done = static_cast<size_t>(written);
+        for (; count > 0 && done >= parts->iov_len; ++parts, --count) done -= parts->iov_len;
+        if (count > 0) {
+            parts->iov_base = static_cast<char*>(parts->iov_base) + done;
+            parts->iov_len -= done;
+        }
+    }
+    return true;
 }
 
 void UFileErrorLog::CheckForRotation() {

@@ -8,6 +8,8 @@
 #include <fcntl.h>
 #include <functional>
 #include <regex>
+#include <csignal>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -119,6 +121,15 @@ TEST(UFileErrorLog, WhatTheReaderSeesThroughAReopen) {
     EXPECT_TRUE(std::regex_match(readFile(home.path), expected)) << readFile(home.path);
     struct stat info;
     EXPECT_EQ(0644u, stat(home.path.c_str(), &info) == 0 ? info.st_mode & 07777 : 0);
+    pid_t full = fork();  // a file that takes no more: the line is an error, not reported as written
+    if (full == 0) {
+        signal(SIGXFSZ, SIG_IGN);
+        const struct rlimit size = {static_cast<rlim_t>(info.st_size), static_cast<rlim_t>(info.st_size)};
+        _exit(setrlimit(RLIMIT_FSIZE, &size) == 0 && home.log.WriteLogItem("lost\n") == -1 ? 0 : 1);
+    }
+    int status = -1;
+    waitpid(full, &status, 0);
+    EXPECT_EQ(0, status);
     setenv("HOME", "/proc/version", 1);  // not a folder: nothing can be made under it
     UFileErrorLog homeless;
     EXPECT_NE(0, homeless.Open("/proc/version/.Orvane/tunvo_plugin.log", "a"));
