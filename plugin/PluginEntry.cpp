@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "BrowserCalls.h"
+#include "ChildProcess.h"
 #include "PluginInfo.h"
 #include "PluginInstance.h"
 #include "PluginLog.h"
@@ -12,10 +13,12 @@
 
 namespace {
 
-// Runs `body`; any exception becomes `failure` (and a log line when the log can still take one).
+// Runs `body`; any exception becomes `failure` (and a log line when the log can still take one). On the
+// way in, children left to finish (an installer that could not be ended) are reaped once they have ended.
 template <class T, class Body>
 T guarded(const char* where, T failure, Body body) {
     try {
+        reapLeftChildren();
         return body();
     } catch (...) {
         try {

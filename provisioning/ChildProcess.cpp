@@ -7,9 +7,46 @@
 #include <ctime>
 #include <fcntl.h>
 #include <pthread.h>
+#include <sys/wait.h>
 #include <unistd.h>
+#include <vector>
 
+#include "Platform"
 #include "PluginLog.h"
+
+ProcessCalls g_processCalls = {::kill, ::waitpid, Sleep};
+
+namespace {
+std::vector<pid_t>& leftChildren() {
+    static std::vector<pid_t> children;
+    return children;
+}
+}  // namespace
+
+void leaveToFinish(pid_t pid) {
+    try {
+        leftChildren().push_back(pid);
+    } catch (...) {
+        // No room to remember it: once it ends it stays a zombie until the browser goes.
+    }
+}
+
+size_t reapLeftChildren() {
+    std::vector<pid_t>& children = leftChildren();
+    for (size_t i = 0; i < children.size();) {
+        int status = 0;
+        pid_t reaped = g_processCalls.waitpid(children[i], &status, WNOHANG);
+        if (reaped == 0 || (reaped < 0 && errno == EINTR)) {
+            ++i;
+            continue;
+        }
+        if (reaped > 0)
+            PluginWriteLog(2, "[reapLeftChildren] child %d ended, status=%d\n", static_cast<int>(reaped),
+                           status);
+        children.erase(children.begin() + static_cast<std::ptrdiff_t>(i));  // ended, or not ours to wait for
+    }
+    return children.size();
+}
 
 int writeHoldingOffSigpipe(int fd, const char* data, size_t length) {
     sigset_t pipeOnly, previous, pending;

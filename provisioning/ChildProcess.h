@@ -2,6 +2,7 @@
 #ifndef PASSWAY_PROVISIONING_CHILDPROCESS_H
 #define PASSWAY_PROVISIONING_CHILDPROCESS_H
 
+#include <cstddef>
 #include <sys/types.h>
 
 // The log lines of one kind of child (printf formats, levels as noted).
@@ -23,5 +24,22 @@ pid_t startWithInput(const char* path, const char* argument, const char* input, 
 // Writes `length` bytes to `fd` with SIGPIPE blocked for this thread, and takes back the SIGPIPE that a
 // reader gone away raised, so that it is never delivered. Returns 0, or the errno of the failed write.
 int writeHoldingOffSigpipe(int fd, const char* data, size_t length);
+
+// The system calls by which children are signalled, reaped and waited for. The provisioning code calls
+// them only through this table, which a test may replace.
+struct ProcessCalls {
+    int (*kill)(pid_t pid, int signal);
+    pid_t (*waitpid)(pid_t pid, int* status, int options);
+    void (*sleep)(unsigned int ms);
+};
+extern ProcessCalls g_processCalls;
+
+// Leaves a child that this process no longer waits for (one it could not end) to finish on its own;
+// reapLeftChildren reaps it once it has, so that it never stays a zombie.
+void leaveToFinish(pid_t pid);
+// Reaps, without blocking, the children left to finish that have ended (or that are no longer this
+// process's to wait for) and logs each; returns how many are still running. The plug-in's entry points
+// call it on their way in.
+size_t reapLeftChildren();
 
 #endif

@@ -12,7 +12,6 @@
 #include "HashTable"
 #include "InstallPaths.h"
 #include "PageBridge.h"
-#include "Platform"
 #include "PluginLog.h"
 #include "Provisioning.h"
 
@@ -53,19 +52,39 @@ int NeedInstall(UPropertyList& params) {
 namespace {
 
 constexpr int kTermGraceMs = 1000;  // how long an installer may take to end after SIGTERM
-constexpr int kTermPollMs = 20;
+constexpr int kKillGraceMs = 500;   // and after SIGKILL
+constexpr int kGracePollMs = 20;
 
-// Reaps an installer that was sent SIGTERM. One that is still there after the grace gets SIGKILL, so the
-// browser's thread never waits on it for longer and no zombie stays behind.
-void reapStoppedInstaller(pid_t pid) {
-    for (int waited = 0; waited < kTermGraceMs; waited += kTermPollMs) {
-        if (waitpid(pid, nullptr, WNOHANG) != 0) return;
-        Sleep(kTermPollMs);
+// Sends the installer `signal`. One that became another user (through su or sudo) cannot be signalled:
+// the failure is logged and false returned.
+bool signalInstaller(pid_t pid, int signal) {
+    if (g_processCalls.kill(pid, signal) == 0) return true;
+    int error = errno;
+    PluginWriteLog(0, "[InstallVPN] kill(%d, %d) failed=%d (%s)\n", static_cast<int>(pid), signal, error,
+                   strerror(error));
+    return false;
+}
+
+// Polls for at most `ms` for the installer to end: true once it is reaped (or is not ours to wait for).
+bool reapedWithin(pid_t pid, int ms) {
+    for (int waited = 0;; waited += kGracePollMs) {
+        if (g_processCalls.waitpid(pid, nullptr, WNOHANG) != 0) return true;
+        if (waited >= ms) return false;
+        g_processCalls.sleep(kGracePollMs);
     }
-    PluginWriteLog(0, "[InstallVPN] - installer %d outlived SIGTERM, sending SIGKILL\n", static_cast<int>(pid));
-    kill(pid, SIGKILL);
-    while (waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
+}
+
+// Ends an installer that outlived the wait, which was sent SIGTERM when `terminated`: one still there after
+// a grace gets SIGKILL. The browser's thread waits no longer than the graces: an installer that cannot be
+// signalled, or that does not end even so, is left to finish on its own and reaped by a later entry point.
+void endInstaller(pid_t pid, bool terminated) {
+    if (terminated) {
+        if (reapedWithin(pid, kTermGraceMs)) return;
+        PluginWriteLog(0, "[InstallVPN] - installer %d outlived SIGTERM, sending SIGKILL\n",
+                       static_cast<int>(pid));
+        if (signalInstaller(pid, SIGKILL) && reapedWithin(pid, kKillGraceMs)) return;
     }
+    leaveToFinish(pid);
 }
 
 }  // namespace
@@ -89,12 +108,12 @@ int InstallVPN(struct_nsPluginInstance* record, const char* password, const char
     int status = 0;
     bool ended = false;
     for (int poll = 0; poll < 5; ++poll) {
-        if (waitpid(pid, &status, WNOHANG) != 0) {
+        if (g_processCalls.waitpid(pid, &status, WNOHANG) != 0) {
             ended = true;
             break;
         }
         PluginWriteLog(0, "[InstallVPN] - waiting to let installation complete...\n");
-        Sleep(1000);
+        g_processCalls.sleep(1000);
     }
     int result;
     if (ended && WIFEXITED(status)) {
@@ -106,11 +125,12 @@ int InstallVPN(struct_nsPluginInstance* record, const char* password, const char
             result = status;
         }
     } else {
-        if (!ended) kill(pid, SIGTERM);  // one that ended by a signal is already reaped: its pid is free
+        // One that ended by a signal is already reaped: its pid is free and never signalled.
+        bool terminated = !ended && signalInstaller(pid, SIGTERM);
         PluginWriteLog(0, "[InstallVPN] installation error code =%d. Exit status (WEXITSTATUS(res))= %d. WIFEXITED(res)=%d\n",
                        status, WEXITSTATUS(status), WIFEXITED(status) ? 1 : 0);
         record->url->Format("%s%d", "", WEXITSTATUS(status));
-        if (!ended) reapStoppedInstaller(pid);
+        if (!ended) endInstaller(pid, terminated);
         result = RESULT_INSTALL_FAILED;
     }
     if (remove(path) == 0) PluginWriteLog(3, "[InstallVPN] file remove error=%d,reason=%s.\n", errno, strerror(errno));

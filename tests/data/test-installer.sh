@@ -5,16 +5,17 @@
 #   PASSWAY_TEST_ROOT  the test plug-in's install root     FAKE_SERVICE     the service program
 #   INSTALLER_EXIT     exit code (default 0)               INSTALLER_SLEEP  seconds to wait first (default 0)
 #   INSTALLER_IGNORE_TERM  when set, ignores SIGTERM and only waits
-# Its pid goes to var/run/installer.pid.
+# Its pid goes to var/run/installer.pid once it is ready for signals (SIGTERM ignored when asked).
 root="$PASSWAY_TEST_ROOT"
 password=$(cat)
 mkdir -p "$root/etc" "$root/var/run"
 printf '%s\n%s\n' "$1" "$password" > "$root/var/run/installer.log"
-echo $$ > "$root/var/run/installer.pid"
 if [ -n "$INSTALLER_IGNORE_TERM" ]; then
     trap '' TERM
+    echo $$ > "$root/var/run/installer.pid"
     exec sleep "${INSTALLER_SLEEP:-0}"
 fi
+echo $$ > "$root/var/run/installer.pid"
 # Waits so that SIGTERM ends the wait at once (and takes the sleep with it).
 trap 'kill $pause 2>/dev/null; exit 143' TERM
 sleep "${INSTALLER_SLEEP:-0}" &

@@ -1,8 +1,11 @@
 // Provisioning through the test plug-in: the download, the signature check and the installer, the launch
 // rules, and child processes that never hurt the browser.
 #include <cerrno>
+#include <map>
 #include <sys/wait.h>
 
+#include "ChildProcess.h"
+#include "Platform"
 #include "PluginTest.h"
 
 namespace {
@@ -103,7 +106,6 @@ TEST_F(Provisioning, TheInstallerOutcomeIsReported) {
         {"0", "0", "", "Sudo", "OK", "- install proc exited with 0\n", 0},  // any method but sudo is SU
         {"0", "30", "", "sudo", "Failed",
          "error code =0. Exit status (WEXITSTATUS(res))= 0. WIFEXITED(res)=1\n", 5},
-        {"0", "30", "1", "sudo", "Failed", "outlived SIGTERM, sending SIGKILL\n", 5},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.line);
@@ -119,6 +121,104 @@ TEST_F(Provisioning, TheInstallerOutcomeIsReported) {
         EXPECT_TRUE(row.polls == 0 || row.polls == polls) << polls << " polls";
         int installer = atoi(readFile(kRun + "installer.pid").c_str());
         EXPECT_TRUE(installer > 0 && kill(installer, 0) == -1 && errno == ESRCH) << "not even a zombie";
+    }
+}
+
+// The installer's system calls as a test sees them, in place of the real ones for one scope: kill fails with
+// an errno of the row's choosing, pretends to deliver, or really signals; the one-second polls return at once
+// (once the installer is ready for signals), the short grace polls really sleep.
+class FakeProcessCalls {
+public:
+    static constexpr int kPretend = 0, kReal = -1;  // else the errno kill fails with
+    FakeProcessCalls(int term, int kill) : m_saved(g_processCalls) {
+        s_answers[SIGTERM] = term, s_answers[SIGKILL] = kill;
+        s_signals.clear(), s_polls = 0, s_slept = 0, s_pid = 0;
+        g_processCalls = {fakeKill, ::waitpid, fakeSleep};
+    }
+    ~FakeProcessCalls() { g_processCalls = m_saved; }
+    static std::vector<int> s_signals;
+    static int s_polls;        // one-second polls
+    static unsigned s_slept;   // milliseconds asked for in all
+    static pid_t s_pid;        // the process signalled
+
+private:
+    static int fakeKill(pid_t pid, int signal) {
+        s_signals.push_back(signal), s_pid = pid;
+        int answer = s_answers[signal];
+        if (answer == kReal) return ::kill(pid, signal);
+        errno = answer;
+        return answer == kPretend ? 0 : -1;
+    }
+    static void fakeSleep(unsigned ms) {
+        s_slept += ms;
+        if (ms < 1000) return Sleep(ms);
+        ++s_polls;
+        for (int tries = 0; tries < 1000 && readFile(kRun + "installer.pid").empty(); ++tries) Sleep(10);
+    }
+    static std::map<int, int> s_answers;
+    ProcessCalls m_saved;
+};
+std::vector<int> FakeProcessCalls::s_signals;
+int FakeProcessCalls::s_polls;
+unsigned FakeProcessCalls::s_slept;
+pid_t FakeProcessCalls::s_pid;
+std::map<int, int> FakeProcessCalls::s_answers;
+
+// An installer that outlives the five polls and cannot be ended (it became root through su or sudo, or it
+// hangs) holds the browser's thread only for the polls and the graces of the signals that were delivered. A
+// kill that fails is logged with its errno; the installer is left to finish on its own and is reaped, once it
+// has, by a later entry point: no zombie stays behind. The outcome is the timed-out installer's as ever.
+TEST_F(Provisioning, AnInstallerThatCannotBeEndedIsLeftToFinishAndReapedLater) {
+    const int pretend = FakeProcessCalls::kPretend, real = FakeProcessCalls::kReal;
+    const char *termFailed = "[InstallVPN] kill(%d, 15) failed=1 (Operation not permitted)\n",
+               *killFailed = "[InstallVPN] kill(%d, 9) failed=1 (Operation not permitted)\n",
+               *outlived = "installer %d outlived SIGTERM, sending SIGKILL\n";
+    const struct {
+        int term, kill;
+        std::vector<int> signals;
+        unsigned mostSlept;  // ms: the five polls, then the graces
+        bool left;           // still running when InstallVPN returns
+        const char* line;    // %d: the installer's pid
+    } rows[] = {
+        {EPERM, real, {SIGTERM}, 5000, true, termFailed},
+        {pretend, EPERM, {SIGTERM, SIGKILL}, 6000, true, killFailed},
+        {pretend, pretend, {SIGTERM, SIGKILL}, 6500, true, outlived},  // signalled, yet it does not end
+        {real, real, {SIGTERM, SIGKILL}, 6500, false, outlived},       // it ignores SIGTERM only
+    };
+    setenv("INSTALLER_SLEEP", "30", 1);
+    setenv("INSTALLER_IGNORE_TERM", "1", 1);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.line);
+        unlink((kRun + "installer.pid").c_str());
+        const std::string package = home.path() + "/package";
+        writeFile(package, kPackage);
+        struct_nsPluginInstance record = {};
+        CString url;
+        record.url = &url;
+        ScopedCapturingLog lines;
+        FakeProcessCalls calls(row.term, row.kill);
+        EXPECT_EQ(RESULT_INSTALL_FAILED, InstallVPN(&record, "pw", "sudo", package.c_str()));
+        EXPECT_STREQ("0", url);
+        EXPECT_NE(0, access(package.c_str(), F_OK)) << "the package is removed all the same";
+        EXPECT_EQ(5, FakeProcessCalls::s_polls);
+        EXPECT_LE(FakeProcessCalls::s_slept, row.mostSlept);
+        EXPECT_EQ(row.signals, FakeProcessCalls::s_signals);
+        const pid_t installer = FakeProcessCalls::s_pid;
+        ASSERT_GT(installer, 0) << "signalled at all";  // never kill(0, ...): that is the whole group
+        char line[128];
+        snprintf(line, sizeof line, row.line, static_cast<int>(installer));
+        EXPECT_NE(std::string::npos, lines.text().find(line)) << lines.text();
+        if (row.left) {
+            EXPECT_EQ(0, kill(installer, 0)) << "left running";
+            EXPECT_EQ(1u, reapLeftChildren()) << "not reaped before it ends";
+            kill(installer, SIGKILL);  // it ends by itself, as far as the plug-in knows
+        }
+        for (int tries = 0; tries < 1000 && reapLeftChildren() > 0; ++tries) Sleep(10);
+        EXPECT_EQ(0u, reapLeftChildren());
+        EXPECT_TRUE(kill(installer, 0) == -1 && errno == ESRCH) << "not even a zombie";
+        snprintf(line, sizeof line, "[reapLeftChildren] child %d ended, status=9\n",
+                 static_cast<int>(installer));
+        EXPECT_TRUE(!row.left || lines.text().find(line) != std::string::npos) << lines.text();
     }
 }
 
