@@ -278,6 +278,34 @@ TEST(UStrings, CutsAtTheSeparatorFindsAndJoins) {
     EXPECT_EQ("k=vx;y", std::string(s.toString()));
 }
 
+// Named byte blocks: found by exact name (never a part of one), read back with their size, removed by index
+// or name; a missing one reads as null with size 0.
+TEST(UBlobList, KeepsNamedBytesFindsExactNamesAndRemoves) {
+    UBlobList blobs;
+    CArray<unsigned char, unsigned char> bytes;
+    bytes.Add(7);
+    bytes.Add(0);
+    bytes.Add(9);
+    EXPECT_EQ(0, blobs.addItem("digest", "\1\2", 2));
+    EXPECT_EQ(0, blobs.addItem("digest2", &bytes));
+    EXPECT_EQ(0, blobs.addItem("none", nullptr));
+    unsigned int size = 99;
+    EXPECT_EQ(0, memcmp("\7\0\11", blobs.getItem("digest2", &size), 3));
+    EXPECT_EQ(3u, size);
+    EXPECT_EQ(0, memcmp("\1\2", blobs.getItem(0, &size), 2));
+    EXPECT_EQ(2u, size);
+    EXPECT_EQ(1, blobs.findItem("digest2"));
+    EXPECT_EQ(-1, blobs.findItem("dig"));
+    EXPECT_EQ(nullptr, blobs.getItem("missing", &size));
+    EXPECT_EQ(0u, size);
+    blobs.removeItem("digest");
+    blobs.removeItem(5);
+    EXPECT_EQ(2, blobs.getCount());
+    EXPECT_EQ(0, blobs.findItem("digest2"));
+    blobs.removeItem(0);
+    EXPECT_EQ(0, blobs.findItem("none"));
+}
+
 // Name/value lists: names fold ASCII letters only, the first spelling stays, the first '=' splits.
 TEST(UHashTable, ParsesNameValueListsCaseInsensitively) {
     UPropertyList table;
