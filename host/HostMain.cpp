@@ -3,7 +3,8 @@
 // The browser starts it when the extension opens a port, with the caller's origin (Chromium) or the host
 // manifest's path and the extension's id (Firefox) as arguments, and ends it by closing standard input
 // when the tab goes away. PASSWAY_HOST_PLUGIN names the plug-in to load; without it the installed one is
-// looked up where browsers look.
+// looked up where browsers look. PASSWAY_HOST_CLIENT_ROOT names the client's root when that plug-in is
+// built for another one than this host (ServiceGuard.h).
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>

@@ -135,14 +135,15 @@ def main():
         print()
         print('  Chromium, with the extension and passway-host (approve the portal with the Passway button\'s')
         print('  "Allow this portal", in the extensions menu):')
-        print('    PASSWAY_HOST_PLUGIN=%s chromium --user-data-dir=%s --load-extension=%s %s'
-              % (shlex.quote(plugin), shlex.quote(chromium), shlex.quote(os.path.join(build, 'extension', 'chromium')),
+        # The host's guard watches the test plug-in's service, under the test root.
+        host_env = 'PASSWAY_HOST_PLUGIN=%s PASSWAY_HOST_CLIENT_ROOT=%s' % (shlex.quote(plugin), shlex.quote(portal.root))
+        print('    %s chromium --user-data-dir=%s --load-extension=%s %s'
+              % (host_env, shlex.quote(chromium), shlex.quote(os.path.join(build, 'extension', 'chromium')),
                  shlex.quote(install)))
         print()
         print('  Firefox ESR, with the extension and passway-host (approve likewise); it finds the host manifest in')
         print('  ~/.mozilla/native-messaging-hosts: install it once with `cmake --install build --component user-host`:')
-        print('    PASSWAY_HOST_PLUGIN=%s firefox-esr --no-remote --profile %s %s'
-              % (shlex.quote(plugin), shlex.quote(firefox), shlex.quote(install)))
+        print('    %s firefox-esr --no-remote --profile %s %s' % (host_env, shlex.quote(firefox), shlex.quote(install)))
         if not os.path.exists(os.path.join(home, '.mozilla', 'native-messaging-hosts', HOST_NAME + '.json')):
             print('    (not installed yet for %s)' % home)
         print()
