@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <poll.h>
 #include <sstream>
 
 #include "Bridge.h"
@@ -181,6 +182,30 @@ TEST_F(BridgeTest, AServiceReplyReachesThePageAsTextAndARefusedConnectionDropsTh
     for (int fd = bridge.watched().at(0); !bridge.watched().empty(); bridge.run()) bridge.onReadable(fd);
     EXPECT_EQ("c_addcomm[\"ssldrop\"] c_addcomm[\"it's <b>'\"] ", calls);
     EXPECT_EQ(std::vector<std::string>{"GET /vpn.php?INFO HTTP/1.0"}, service.requests()) << "not its own";
+}
+
+// A reply that comes in pieces with a pause between them (a service that holds the rest until it has news)
+// is taken as it arrives, and reaches the page whole once the service ends it: nothing lost or repeated.
+TEST_F(BridgeTest, AReplyHeldInTheMiddleReachesThePageWhole) {
+    FakeService service;
+    service.setReply([](const std::string&) { return std::string("news: held, then told"); });
+    service.holdAfter("held,");
+    send(kHello);
+    send(kProbe);
+    ASSERT_EQ(1u, bridge.watched().size());
+    int fd = bridge.watched()[0];
+    auto take = [&] {
+        pollfd readable = {fd, POLLIN, 0};
+        ASSERT_EQ(1, poll(&readable, 1, 10000));
+        bridge.onReadable(fd);
+        bridge.run();
+    };
+    take();  // the headers and the first piece, then nothing more for now
+    EXPECT_EQ(1u, bridge.watched().size());
+    EXPECT_EQ("", calls);
+    service.release();
+    while (!bridge.watched().empty()) take();
+    EXPECT_EQ("c_addcomm[\"news: held, then told\"] ", calls);
 }
 
 // ready names the plug-in as it reports itself through its entry points; every message carries the

@@ -67,9 +67,14 @@ void FakeService::serve() {
                              : "HTTP/1.0 200 OK\r\nContent-Type: text/plain\r\nContent-Length: " +
                                    std::to_string(body.size()) + "\r\n\r\n" + body;
         }
-        for (ssize_t sent = 0, n; sent < static_cast<ssize_t>(response.size()); sent += n)
-            if ((n = write(fd, response.data() + sent, response.size() - static_cast<size_t>(sent))) <= 0)
-                break;
+        size_t held = m_holdAfter.empty() ? std::string::npos : response.find(m_holdAfter);
+        size_t first = held == std::string::npos ? response.size() : held + m_holdAfter.size();
+        for (ssize_t sent = 0, n; sent < static_cast<ssize_t>(response.size()); sent += n) {
+            if (static_cast<size_t>(sent) == first)
+                while (!m_released && !m_stop) usleep(5000);
+            size_t end = static_cast<size_t>(sent) < first ? first : response.size();
+            if ((n = write(fd, response.data() + sent, end - static_cast<size_t>(sent))) <= 0) break;
+        }
         close(fd);
     }
 }

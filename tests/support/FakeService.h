@@ -23,12 +23,18 @@ public:
     void setReply(Reply reply, bool raw = false);
     // The request lines received so far, in order.
     std::vector<std::string> requests() const;
+    // The next replies stop after the first `marker` in them (headers included), until release(): a service
+    // that holds the rest of its reply until it has news.
+    void holdAfter(const std::string& marker) { m_holdAfter = marker; }
+    void release() { m_released = true; }
 
 private:
     void serve();
 
     int m_listener = -1;
     std::atomic<bool> m_stop{false};
+    std::atomic<bool> m_released{false};
+    std::string m_holdAfter;
     mutable std::mutex m_mutex;
     Reply m_reply;
     bool m_raw = false;
