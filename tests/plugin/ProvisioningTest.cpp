@@ -1,5 +1,6 @@
 // Provisioning through the test plug-in: the download, the signature check and the installer, the launch
-// rules, and child processes that never hurt the browser.
+// rules, what a request the browser refuses ends, and child processes that never hurt the browser.
+#include <algorithm>
 #include <cerrno>
 #include <map>
 #include <sys/wait.h>
@@ -25,7 +26,7 @@ protected:
     // Embeds an installing instance for `package`, served with `mime`, and runs the requests.
     void install(const std::string& signature, const std::string& mime = "application/x-tar",
                  const std::string& method = "sudo", const std::string& password = "pass word",
-                 const std::string& package = kPackage) {
+                 const std::string& package = kPackage, NPError created = NPERR_NO_ERROR) {
         browser.serveShared("http://portal.test/client/package", mime,
                             std::make_shared<std::string>(package));
         create({{"_installvpn", "1"},
@@ -34,7 +35,8 @@ protected:
                 {"tunvosize", std::to_string(package.size())},
                 {"signature", signature},
                 {"_installmethod", method},
-                {"_userpassword", password}});
+                {"_userpassword", password}},
+               created);
         browser.pump();
     }
     std::string packageFile() const {  // the latest download's
@@ -272,6 +274,83 @@ TEST_F(Provisioning, TheLaunchRules) {
         browser.destroy(instance);
         EXPECT_EQ(row.created == 0, logged("holds a negative pid", before));
         EXPECT_FALSE(logged("about to kill", before));
+    }
+}
+
+// A request the browser refuses is logged with the URL (as the plug-in names it) and the browser's error, and
+// ends the path it was on: no further request, the instance of a probe or relay is kept, that of a launch or
+// a download is not, and a refused outcome of the installer is not taken back.
+TEST_F(Provisioning, ARefusedRequestIsLoggedAndEndsItsPath) {
+    const std::string service = "http://127.0.0.1:44444/vpn.php?", ok = "javascript:VPNInstallationOK()",
+                      failed = kFailed, cannot = "ERROR! cannot call GetURL. url='";
+    const NPError fails = NPERR_OUT_OF_MEMORY_ERROR;
+    enum Situation { Probe, Launch, Running, NotInstalled, Install, BadSignature, InstallerFails };
+    const struct {
+        Situation situation;
+        std::string refused, line;  // line: %s is the refused URL
+        NPError created;
+        const char* next;  // logged after the line
+        size_t after;      // requests made after the refused one
+    } rows[] = {
+        {Probe, service + "INFO", "[NS_ProbeVpn] " + cannot + "%s', errorcode='1'\n", 0,
+         "[NS_NewPluginInstance] Error call of NS_probeVpn. '-7'\n", 0},
+        {Launch, "javascript:c_addcomm(", "[sendToJavaScript] " + cannot + "%s', errorcode='2'\n", 0, "", 0},
+        {Launch, service + "hello", "[sendToTunvo] " + cannot + "%s', errorcode='3'\n", 0, "", 0},
+        {Running, "javascript:c_addcomm('&sslsetstatus", "[NS_LaunchVpn] " + cannot + "%s', errorcode='4'\n",
+         fails, "[NS_NewPluginInstance] Error call of NS_LaunchVpn. '-7'\n", 0},
+        {Launch, service + "CONNECT", "[NS_LaunchVpn] " + cannot + ok + "', errorcode='5'\n", fails,
+         "[NS_NewPluginInstance] Error call of NS_LaunchVpn. '-7'\n", 0},
+        {NotInstalled, "javascript:VPNNotInstalled()", "[NS_LaunchVpn] " + cannot + ok + "', errorcode='6'\n",
+         fails, "[NS_NewPluginInstance] Error call of NS_LaunchVpn. '-7'\n", 0},
+        {Install, "javascript:onTunvoDownloadStart(",
+         "downloadTUNVO download notify failed. URL=javascript:onTunvoDownloadStart(,Error=7", fails,
+         "[NS_NewPluginInstance] return error code of download=-1\n", 1},  // the package is still asked for
+        {Install, "http://portal.test/", "downloadTUNVO download failed. URL=%s,Error=8", fails,
+         "[NS_NewPluginInstance] return error code of download=-1\n", 0},
+        {Install, "javascript:onTunvoInstalling()",
+         "[verify_install] install notify failed. URL=javascript:onTunvoDownloadDone(),Error=9", 0,
+         "[verify_install] file remove error=", 0},
+        {BadSignature, failed, "[verify_install] " + cannot + "%s', errorcode='10'\n", 0,
+         "[verify_install] file remove error=", 0},
+        {Install, ok, "[NS_InstallVpn] " + cannot + "%s', errorcode='11'\n", 0,
+         "[verify_install] TUNVO installation success\n", 0},
+        {InstallerFails, failed, "[NS_InstallVpn] " + cannot + "%s', errorcode='12'\n", 0,
+         "[verify_install] TUNVO Installation failed\n", 0},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.line);
+        PluginTest::SetUp();
+        setenv("INSTALLER_EXIT", row.situation == InstallerFails ? "2" : "0", 1);
+        browser.refused = row.refused;
+        browser.refusal = static_cast<NPError>(&row - rows + 1);  // the row's number
+        answers = {"hello"};
+        size_t before = log().size();
+        std::vector<FakeBrowser::Instance*> made;
+        if (row.situation == Probe) made.push_back(create({{"_probevpn", "1"}}, row.created));
+        if (row.situation == Launch || row.situation == Running) installClient();
+        if (row.situation == Running) made.push_back(browser.create({{"last_param", "1"}}));
+        if (row.situation >= Launch && row.situation <= NotInstalled)
+            made.push_back(create({{"last_param", "1"}}, row.created));
+        if (row.situation == Launch) browser.pump(4);
+        if (row.situation >= Install)
+            install(row.situation == BadSignature ? "" : signatureOf(kPackage), "application/x-tar", "sudo",
+                    "pass word", kPackage, row.created);
+        const std::vector<FakeBrowser::Call>& calls = browser.calls();
+        auto refused = std::find_if(calls.rbegin(), calls.rend(), [&](const FakeBrowser::Call& c) {
+            return c.url.rfind(row.refused, 0) == 0;
+        });
+        ASSERT_NE(calls.rend(), refused);
+        EXPECT_EQ(row.after, static_cast<size_t>(std::count_if(calls.rbegin(), refused, [](auto& c) {
+                      return c.function.rfind("geturl", 0) == 0;
+                  })));
+        std::string line = row.line;
+        if (line.find("%s") != std::string::npos) line.replace(line.find("%s"), 2, refused->url);
+        size_t at = log().find(line, before);
+        EXPECT_NE(std::string::npos, at) << line;
+        EXPECT_TRUE(logged(row.next, at)) << row.next;
+        EXPECT_EQ(std::string(row.next).rfind("[verify_install] TUNVO", 0) == 0, !installerLog().empty());
+        browser.refused.clear();
+        for (FakeBrowser::Instance* instance : made) browser.destroy(instance);
     }
 }
 

@@ -10,11 +10,21 @@ static bool isPageCall(const std::string& url) {
     return url.rfind("javascript:", 0) == 0;
 }
 
+FakeBrowser::Instance* FakeBrowser::create(const Parameters& parameters, NPError* result) {
+    Instance* instance = m_host.create(parameters, result);
+    if (!instance->alive) forget(instance);
+    return instance;
+}
+
 NPError FakeBrowser::destroy(Instance* instance) {
     NPError error = m_host.destroy(instance);
-    for (Request& request : m_queue)
-        if (request.instance == &instance->npp) request.instance = nullptr;  // the page is gone
+    forget(instance);
     return error;
+}
+
+void FakeBrowser::forget(Instance* instance) {
+    for (Request& request : m_queue)
+        if (request.instance == &instance->npp) request.instance = nullptr;  // the element is gone
 }
 
 NPError FakeBrowser::requestUrl(NPP instance, const char* url, const char* target, void* notifyData,
@@ -22,6 +32,7 @@ NPError FakeBrowser::requestUrl(NPP instance, const char* url, const char* targe
     std::string text = url != nullptr ? url : "";
     if (quiet && isPageCall(text)) return NPERR_NO_ERROR;
     if (!quiet) m_calls.push_back({notify ? "geturlnotify" : "geturl", text});
+    if (!refused.empty() && text.rfind(refused, 0) == 0) return refusal;
     if (target == nullptr) m_queue.push_back({instance, text, notifyData, notify});
     return NPERR_NO_ERROR;
 }

@@ -31,10 +31,9 @@ public:
         return m_host.initialize(version, size, pluginTableSize);
     }
     const NPPluginFuncs& plugin() const { return m_host.plugin(); }
-    // NPP_New for an embed with these parameters; the instance stays owned by the browser.
-    Instance* create(const Parameters& parameters, NPError* result = nullptr) {
-        return m_host.create(parameters, result);
-    }
+    // NPP_New for an embed with these parameters; the instance stays owned by the browser. When NPP_New
+    // fails, the requests the element made meanwhile are dropped.
+    Instance* create(const Parameters& parameters, NPError* result = nullptr);
 
     // NPP_Destroy; the element's queued requests are dropped, as its page is gone.
     NPError destroy(Instance* instance);
@@ -52,6 +51,10 @@ public:
     size_t cutAfterBytes = 0;
     NPReason cutReason = NPRES_NETWORK_ERR;
     bool quiet = false;  // neither record calls nor run page calls (for measurements)
+    // NPN_GetURL(Notify) answers `refusal` for the URLs that begin with `refused` ("" refuses none); the call
+    // is recorded all the same, the request is not made.
+    std::string refused;
+    NPError refusal = NPERR_GENERIC_ERROR;
     // Serves `body` (kept alive by the caller too, never copied) for `url`.
     void serveShared(const std::string& url, const std::string& mimeType,
                      std::shared_ptr<const std::string> body) {
@@ -76,6 +79,7 @@ private:
     };
     using Reply = std::pair<std::string, std::shared_ptr<const std::string>>;  // MIME type and body
     std::optional<Reply> fetch(const std::string& url);
+    void forget(Instance* instance);  // drops the element's queued requests
 
     std::deque<Request> m_queue;
     std::vector<Call> m_calls;
