@@ -47,12 +47,6 @@ std::map<std::string, std::string> openTemporaryFiles() {
     return files;
 }
 
-uint32_t dimension(const NpapiHost::Parameters& attributes, const char* name) {
-    for (const auto& [key, value] : attributes)
-        if (strcasecmp(key.c_str(), name) == 0) return static_cast<uint32_t>(std::clamp(atol(value.c_str()), 0L, 65535L));
-    return 0;
-}
-
 }  // namespace
 
 Bridge::Bridge(std::string pluginPath, FrameWriter& out, protocol::Limits limits)
@@ -191,7 +185,7 @@ void Bridge::create(const json& message) {
     NPError created = NPERR_GENERIC_ERROR;
     NpapiHost::Instance* instance = m_npapi->create(parameters, &created);
     m_elements[element] = instance;
-    if (instance->alive) m_npapi->setWindow(instance, dimension(parameters, "width"), dimension(parameters, "height"));
+    if (instance->alive) m_npapi->setWindow(instance, NpapiHost::size(parameters, "width"), NpapiHost::size(parameters, "height"));
     m_out.send({{"op", "created"}, {"element", element}, {"result", created}});
 }
 

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
+#include <strings.h>
 
 namespace {
 
@@ -126,6 +127,12 @@ NpapiHost::Instance* NpapiHost::create(const Parameters& parameters, NPError* re
     instance->alive = error == NPERR_NO_ERROR;
     if (result != nullptr) *result = error;
     return instance;
+}
+
+uint32_t NpapiHost::size(const Parameters& parameters, const char* name) {
+    for (const auto& [key, value] : parameters)
+        if (strcasecmp(key.c_str(), name) == 0) return static_cast<uint32_t>(std::clamp(atol(value.c_str()), 0L, 65535L));
+    return 0;
 }
 
 NPError NpapiHost::setWindow(Instance* instance, uint32_t width, uint32_t height) {

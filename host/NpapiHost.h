@@ -81,6 +81,10 @@ public:
     bool initialized() const { return m_initialized; }
     const NPPluginFuncs& plugin() const { return m_pluginTable.funcs; }
 
+    // An element's width or height as a browser lays it out from its parameters: the first one named `name`
+    // (in any case) read as a number, 0 to 65535; 0 when there is none.
+    static uint32_t size(const Parameters& parameters, const char* name);
+
     // NPP_New of an embed with these parameters (names and values as the page wrote them). The instance
     // stays owned by the host; its NPP_New result goes to `result`.
     Instance* create(const Parameters& parameters, NPError* result = nullptr);

@@ -208,6 +208,17 @@ TEST_F(BridgeTest, AReplyHeldInTheMiddleReachesThePageWhole) {
     EXPECT_EQ("c_addcomm[\"news: held, then told\"] ", calls);
 }
 
+// An element's size for NPP_SetWindow: the first parameter of that name in any case, a number clamped to
+// what a window can be.
+TEST(NpapiHost, AnElementsSizeIsItsFirstParameterOfThatName) {
+    const NpapiHost::Parameters parameters = {{"type", "7"}, {"Width", "640px"}, {"width", "3"}, {"height", "-4"},
+                                              {"HEIGHT", "9"}, {"border", "99999"}};
+    EXPECT_EQ(640u, NpapiHost::size(parameters, "width"));
+    EXPECT_EQ(0u, NpapiHost::size(parameters, "height"));
+    EXPECT_EQ(65535u, NpapiHost::size(parameters, "border"));
+    EXPECT_EQ(0u, NpapiHost::size(parameters, "hspace"));
+}
+
 // ready names the plug-in as it reports itself through its entry points; every message carries the
 // protocol's version and the host's own.
 TEST_F(BridgeTest, ReadyTellsWhatThePluginReportsAndEveryMessageTheVersions) {
