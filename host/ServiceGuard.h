@@ -33,6 +33,8 @@ public:
     // Forks the guard for the service under `root`. False (with a log line) when it could not: the host then
     // runs unguarded.
     bool start(const std::string& root);
+    // Tells `fd` (a pipe's write end, now owned) instead of a guard of its own: the tests read it.
+    void attach(int fd) { m_pipe = fd; }
     // This host's plug-in started `service` / stopped it itself.
     void owned(const ServiceProcess& service);
     void released();

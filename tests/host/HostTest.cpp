@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <fcntl.h>
 #include <poll.h>
 #include <sstream>
 
@@ -11,6 +12,7 @@
 #include "FakeService.h"
 #include "HostLog.h"
 #include "PageCall.h"
+#include "ServiceGuard.h"
 #include "TestSupport.h"
 
 using nlohmann::json;
@@ -206,6 +208,37 @@ TEST_F(BridgeTest, AReplyHeldInTheMiddleReachesThePageWhole) {
     service.release();
     while (!bridge.watched().empty()) take();
     EXPECT_EQ("c_addcomm[\"news: held, then told\"] ", calls);
+}
+
+// The plug-in that starts the service asks it "?CONNECT": the extension hears that the element's session
+// runs, and the guard which process the service is; once the element's NPP_Destroy has stopped the service,
+// the guard hears that too.
+TEST_F(BridgeTest, TheExtensionAndTheGuardLearnOfTheSessionAnElementStarted) {
+    setenv("PASSWAY_TEST_ROOT", PASSWAY_TEST_ROOT, 1);
+    setenv("FAKE_SERVICE", FAKE_SERVICE, 1);
+    ASSERT_EQ(0, runCommand({"/bin/sh", TEST_INSTALLER, "SUDO"}, "pw").exitCode);
+    int ends[2];
+    ASSERT_EQ(0, pipe2(ends, O_NONBLOCK));
+    ServiceGuard guard;
+    guard.attach(ends[1]);
+    bridge.setGuard(&guard, PASSWAY_TEST_ROOT);
+    auto told = [&] {
+        char buffer[256];
+        ssize_t n = read(ends[0], buffer, sizeof buffer);
+        return n > 0 ? std::string(buffer, static_cast<size_t>(n)) : std::string();
+    };
+    send(kHello);
+    send({{"op", "create"}, {"element", 5}, {"attributes", NpapiHost::Parameters{{"last_param", "1"}, {"user", "t"}}}});
+    ServiceProcess service;
+    ASSERT_TRUE(runningService(PASSWAY_TEST_ROOT, service));
+    EXPECT_EQ((json{{"op", "session"}, {"element", 5}, {"version", 1}, {"hostVersion", PASSWAY_HOST_VERSION}}),
+              sent.at(2));
+    EXPECT_EQ("owned " + std::to_string(service.pid) + " " + std::to_string(service.started) + "\n", told());
+    send({{"op", "destroy"}, {"element", 5}});
+    EXPECT_EQ("released\n", told());
+    close(ends[0]);
+    // The stopped service removes its pid file once its port is free: the next test finds no service.
+    for (int wait = 0; wait < 500 && runningService(PASSWAY_TEST_ROOT, service); ++wait) usleep(10000);
 }
 
 // An element's size for NPP_SetWindow: the first parameter of that name in any case, a number clamped to
