@@ -18,6 +18,7 @@
 #include "Exception"
 #include "FileErrorLog"
 #include "LogSettings"
+#include "Mutex"
 #include "Platform"
 #include "System"
 
@@ -232,6 +233,18 @@ TEST(LogSettings, SetLogLevelEditsTheFile) {
 }
 
 // isFileExist tests mode bits, not file types: a FIFO has none of them.
+// On this platform a UMutex has no handle and never locks: Acquire fails, Release does nothing, and it is
+// never owned, not even one asked to start owned.
+TEST(UMutex, NeverLocksOnThisPlatform) {
+    UMutex plain("passway-test"), owned(nullptr, true, "passway-test");
+    for (UMutex* mutex : {&plain, &owned}) {
+        EXPECT_FALSE(mutex->isOwned());
+        EXPECT_EQ(-1, mutex->Acquire(nullptr, 0));
+        EXPECT_EQ(0, mutex->Release());
+        EXPECT_FALSE(mutex->isOwned());
+    }
+}
+
 TEST(IsFileExist, ModeBitsDecide) {
     TempHome home;
     const std::string fifo = home.path() + "/fifo";
