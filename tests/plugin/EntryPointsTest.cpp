@@ -61,6 +61,10 @@ TEST_F(Live, HandlersAnswerWithoutARecordAndInitialiseOnTheFirstDrawable) {
     EXPECT_EQ(NPERR_GENERIC_ERROR, p.setwindow(&bare, nullptr));
     EXPECT_EQ(NPERR_NO_ERROR, p.destroy(&bare, nullptr));
     p.urlnotify(&bare, "x", NPRES_DONE, nullptr);
+    streamData request;  // one of ours, completing for an element that has no record: nothing follows
+    initNotifyData(&request, 3);
+    p.urlnotify(&bare, "http://127.0.0.1:44444/vpn.php?INFO", NPRES_NETWORK_ERR, &request);
+    EXPECT_FALSE(logged("[PluginInstance_URLNotify]"));
     FakeBrowser::Instance* instance = browser.create({});
     EXPECT_EQ("3=0", browser.calls().back().url) << "the plug-in runs windowless";
     EXPECT_EQ(64000, p.writeready(&instance->npp, &stream));
