@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <map>
+#include <sys/resource.h>
 #include <sys/wait.h>
 
 #include "ChildProcess.h"
@@ -275,6 +276,32 @@ TEST_F(Provisioning, TheLaunchRules) {
         EXPECT_EQ(row.created == 0, logged("holds a negative pid", before));
         EXPECT_FALSE(logged("about to kill", before));
     }
+}
+
+// With no descriptor left for its input pipe, neither the service nor the installer starts: the start fails
+// at once and the log says why, with the errno.
+TEST_F(Provisioning, NoDescriptorForThePipeFailsTheStart) {
+    installClient();
+    const std::string package = home.path() + "/package";
+    writeFile(package, kPackage);
+    struct_nsPluginInstance record = {};
+    CString url;
+    record.url = &url;
+    int free = dup(0);  // the lowest free descriptor: one more may open (a version or pid file), not two
+    close(free);
+    rlimit saved;
+    getrlimit(RLIMIT_NOFILE, &saved);
+    rlimit tight = {static_cast<rlim_t>(free + 1), saved.rlim_max};
+    ScopedCapturingLog lines;
+    setrlimit(RLIMIT_NOFILE, &tight);
+    int launched = LaunchVPN("user=x&", 0);
+    int installed = InstallVPN(&record, "pw", "sudo", package.c_str());
+    setrlimit(RLIMIT_NOFILE, &saved);
+    EXPECT_EQ(RESULT_LAUNCH_FAILED, launched);
+    EXPECT_EQ(RESULT_INSTALL_FAILED, installed);
+    EXPECT_NE(std::string::npos, lines.text().find("[LaunchVPN] pipe error = 24\n")) << lines.text();
+    EXPECT_NE(std::string::npos, lines.text().find("[InstallVPN] pipe error=24\n")) << lines.text();
+    EXPECT_EQ(0, access(package.c_str(), F_OK)) << "a package that was never run stays for the caller";
 }
 
 // A request the browser refuses is logged with the URL (as the plug-in names it) and the browser's error, and
