@@ -232,6 +232,22 @@ TEST(Convert, NumbersAcceptedAndRefused) {
     EXPECT_TRUE(toBool("TRUE", false) && !toBool(" false ", true) && toBool("yes", true));
 }
 
+// A mask's prefix length: the set bits of 0..16 bytes, each a valid mask byte (a byte's own bits only: the
+// bytes' order is not checked); anything else is refused with -1.
+TEST(Convert, MaskToPrefixLength) {
+    const unsigned char ones[16] = {255, 255, 255, 255, 255, 255, 255, 255, 255, 255, 255, 255, 255, 255, 255, 255};
+    const unsigned char mask[] = {255, 255, 254, 0}, gap[] = {0, 255}, bad[] = {255, 1};
+    const struct { const unsigned char* mask; int bytes; int result; int length; } rows[] = {
+        {mask, 4, 0, 23}, {ones, 16, 0, 128}, {ones, 0, 0, 0}, {gap, 2, 0, 8},
+        {bad, 2, -1, 99}, {ones, 17, -1, 99}, {ones, -1, -1, 99}, {nullptr, 2, -1, 99}};
+    ScopedCapturingLog quiet;
+    for (const auto& row : rows) {
+        unsigned char length = 99;
+        EXPECT_EQ(row.result, mask2plen(row.mask, row.bytes, &length)) << row.bytes;
+        EXPECT_EQ(row.length, length) << row.bytes;
+    }
+}
+
 // A refusal logs where it is raised, and where it is caught while the level is above 0.
 TEST(Convert, RefusalsAreLoggedAtTheThrowAndAtTheCatch) {
     ScopedCapturingLog log(1);
