@@ -278,6 +278,27 @@ TEST_F(Provisioning, TheLaunchRules) {
     }
 }
 
+// Children left to finish are reaped, each once it has ended, whatever their order: one still running does
+// not hold back the others.
+TEST(LeftChildren, EachIsReapedOnceItHasEnded) {
+    pid_t running = fork();
+    if (running == 0) {
+        pause();
+        _exit(0);
+    }
+    pid_t ended = fork();
+    if (ended == 0) _exit(3);
+    leaveToFinish(running);
+    leaveToFinish(ended);
+    siginfo_t info = {};
+    waitid(P_PID, static_cast<id_t>(ended), &info, WEXITED | WNOWAIT);  // ended, not yet reaped
+    EXPECT_EQ(1u, reapLeftChildren());
+    EXPECT_EQ(-1, waitpid(ended, nullptr, WNOHANG)) << "reaped already";
+    kill(running, SIGKILL);
+    waitid(P_PID, static_cast<id_t>(running), &info, WEXITED | WNOWAIT);
+    EXPECT_EQ(0u, reapLeftChildren());
+}
+
 // With no descriptor left for its input pipe, neither the service nor the installer starts: the start fails
 // at once and the log says why, with the errno.
 TEST_F(Provisioning, NoDescriptorForThePipeFailsTheStart) {
