@@ -12,6 +12,7 @@
 #include <string>
 
 #include "Array"
+#include "AutoMemory"
 #include "TestSupport.h"
 #include "Convert"
 #include "Encoding"
@@ -230,6 +231,19 @@ TEST(Convert, NumbersAcceptedAndRefused) {
     for (const char* bad : {"10.0.0.1x", "256.0.0.1", "1.2.3", "1000.0.0.1", "", "a.b.c.d"})
         EXPECT_EQ(9u, strIPtoDWORD(bad, 9, nullptr)) << bad;
     EXPECT_TRUE(toBool("TRUE", false) && !toBool(" false ", true) && toBool("yes", true));
+}
+
+// A copy of a heap block has its own bytes and the same size; a copy of an empty one is empty.
+TEST(AutoMemory, CopiesHaveTheirOwnBytes) {
+    AutoMemory empty, bytes("abc", 3);
+    AutoMemory emptyCopy(empty), copy(bytes);
+    EXPECT_EQ(0u, emptyCopy.getSize());
+    EXPECT_EQ(nullptr, emptyCopy.getPtr());
+    ASSERT_EQ(3u, copy.getSize());
+    EXPECT_NE(bytes.getPtr(), copy.getPtr());
+    EXPECT_EQ(0, memcmp("abc", copy.getPtr(), 3));
+    copy = empty;
+    EXPECT_EQ(0u, copy.getSize());
 }
 
 // A mask's prefix length: the set bits of 0..16 bytes, each a valid mask byte (a byte's own bits only: the
