@@ -134,6 +134,11 @@ TEST(StrFormat, FillsTheLowestPlaceholderAndWritesValuesInTheirWidths) {
         ROW(createString("abc\0def", 7, "fb"), "abc"), ROW(createString("abcdef", 2, "fb"), "ab"),
         ROW(createString("abcdef", 0, "fb"), "abcdef"), ROW(createString(L"wide", 2, "fb"), "wi"),
         ROW(createString(static_cast<const char*>(nullptr), 3, "fb"), "fb"), ROW(stripCR("a\r\nb\n"), "ab")});
+    CString added("a");
+    addToString(added, "b");
+    addToString(added, static_cast<const char*>(nullptr));
+    addToString(added, -3);
+    EXPECT_STREQ("ab-3", added);
 }
 
 // A path splits after its last separator of either kind, which becomes a slash.
