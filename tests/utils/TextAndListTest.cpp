@@ -308,6 +308,7 @@ TEST(UStrings, CutsAtTheSeparatorFindsAndJoins) {
         EXPECT_EQ(c.items, items) << c.text << " " << c.flags;
     }
     UStrings s("k=v;x;y", ';', UStrings::ADD_SEPARATORS);
+    EXPECT_EQ("k=v;x;y", std::string(UStrings(s).toString())) << "a copy has every item";
     EXPECT_EQ(2, s.find("x"));
     s.removeItem(1);
     EXPECT_EQ("k=vx;y", std::string(s.toString()));
