@@ -63,6 +63,9 @@ TEST(CStringSharing, LockedBuffersAreCopiedStayPutAndAreWiped) {
     char* locked = a.LockBuffer();
     a = "xy";
     EXPECT_NE(at(a), at(CString(a))) << "a locked buffer is copied";
+    CString other("uv");
+    a = other;
+    EXPECT_EQ(locked, at(a)) << "a string assigned to a locked one is copied into its buffer";
     a.SecureEmpty();
     EXPECT_EQ(locked, at(a)) << "assigning and SecureEmpty keep a locked buffer";
     EXPECT_EQ(std::string(3, '\0'), std::string(locked, 3)) << "and SecureEmpty overwrites its characters";
@@ -249,6 +252,13 @@ TEST(AutoMemory, CopiesHaveTheirOwnBytes) {
     EXPECT_EQ(0, memcmp("abc", copy.getPtr(), 3));
     copy = empty;
     EXPECT_EQ(0u, copy.getSize());
+    TempHome home;
+    const std::string one = home.path() + "/one", none = home.path() + "/none";
+    EXPECT_EQ(0, AutoMemory("z", 1).SaveToFile(one.c_str()));
+    EXPECT_EQ(0, empty.SaveToFile(none.c_str()));
+    EXPECT_EQ("z", readFile(one));
+    EXPECT_EQ("", readFile(none));
+    EXPECT_EQ(-1, bytes.SaveToFile((home.path() + "/no/such/folder").c_str()));
 }
 
 // A mask's prefix length: the set bits of 0..16 bytes, each a valid mask byte (a byte's own bits only: the
