@@ -250,6 +250,7 @@ TEST(AutoMemory, CopiesHaveTheirOwnBytes) {
     ASSERT_EQ(3u, copy.getSize());
     EXPECT_NE(bytes.getPtr(), copy.getPtr());
     EXPECT_EQ(0, memcmp("abc", copy.getPtr(), 3));
+    EXPECT_EQ(copy.getPtr(), copy.expand(0)) << "nothing to add: the same block";
     copy = empty;
     EXPECT_EQ(0u, copy.getSize());
     TempHome home;
