@@ -299,6 +299,19 @@ TEST(LeftChildren, EachIsReapedOnceItHasEnded) {
     EXPECT_EQ(0u, reapLeftChildren());
 }
 
+// A browser that ignores SIGCHLD has its children reaped for it: the launcher's wait then fails once the
+// launcher has ended, and the launch goes on as after a launcher that exited with 0.
+TEST_F(Provisioning, TheLaunchEndsWhenTheBrowserIgnoresItsChildren) {
+    installClient();
+    struct sigaction ignore = {}, saved = {};
+    ignore.sa_handler = SIG_IGN;
+    sigaction(SIGCHLD, &ignore, &saved);
+    int launched = LaunchVPN("user=x&", 0);
+    sigaction(SIGCHLD, &saved, nullptr);
+    EXPECT_EQ(RESULT_SERVICE_STARTED, launched);
+    EXPECT_GT(servicePid(), 0);
+}
+
 // With no descriptor left for its input pipe, neither the service nor the installer starts: the start fails
 // at once and the log says why, with the errno.
 TEST_F(Provisioning, NoDescriptorForThePipeFailsTheStart) {
