@@ -2,6 +2,7 @@
 // rules, what a request the browser refuses ends, and child processes that never hurt the browser.
 #include <algorithm>
 #include <cerrno>
+#include <fcntl.h>
 #include <map>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -321,7 +322,7 @@ TEST_F(Provisioning, NoDescriptorForThePipeFailsTheStart) {
     struct_nsPluginInstance record = {};
     CString url;
     record.url = &url;
-    int free = dup(0);  // the lowest free descriptor: one more may open (a version or pid file), not two
+    int free = open("/dev/null", O_RDONLY);  // the lowest free descriptor: one more may open, not two
     close(free);
     rlimit saved;
     getrlimit(RLIMIT_NOFILE, &saved);
