@@ -60,6 +60,11 @@ TEST_F(Live, HandlersAnswerWithoutARecordAndInitialiseOnTheFirstDrawable) {
     EXPECT_EQ(4, p.write(&bare, &stream, 0, 4, bytes));
     EXPECT_EQ(NPERR_GENERIC_ERROR, p.setwindow(&bare, nullptr));
     EXPECT_EQ(NPERR_NO_ERROR, p.destroy(&bare, nullptr));
+    const char* name = nullptr;
+    EXPECT_EQ(NPERR_INVALID_INSTANCE_ERROR, p.getvalue(nullptr, NPPVpluginNameString, &name));
+    EXPECT_EQ(NPERR_INVALID_INSTANCE_ERROR, p.setvalue(nullptr, NPNVxDisplay, nullptr));
+    EXPECT_EQ(NPERR_GENERIC_ERROR, p.getvalue(&bare, NPPVpluginNameString, &name));
+    EXPECT_EQ(NPERR_GENERIC_ERROR, p.setvalue(&bare, NPNVxDisplay, nullptr));
     p.urlnotify(&bare, "x", NPRES_DONE, nullptr);
     streamData request;  // one of ours, completing for an element that has no record: nothing follows
     initNotifyData(&request, 3);
@@ -68,6 +73,9 @@ TEST_F(Live, HandlersAnswerWithoutARecordAndInitialiseOnTheFirstDrawable) {
     FakeBrowser::Instance* instance = browser.create({});
     EXPECT_EQ("3=0", browser.calls().back().url) << "the plug-in runs windowless";
     EXPECT_EQ(64000, p.writeready(&instance->npp, &stream));
+    EXPECT_EQ(NPERR_NO_ERROR, p.getvalue(&instance->npp, NPPVpluginNameString, &name));
+    EXPECT_STREQ("Orvane Passway plugin", name);
+    EXPECT_EQ(NPERR_NO_ERROR, p.setvalue(&instance->npp, NPNVxDisplay, nullptr));
     p.urlnotify(&instance->npp, "javascript:x()", NPRES_DONE, nullptr);  // no notify data: ignored
     EXPECT_EQ(NPERR_NO_ERROR, p.setwindow(&instance->npp, &instance->window));
     EXPECT_FALSE(logged("[PluginInstance_init]")) << "a window without a drawable initialises nothing";
