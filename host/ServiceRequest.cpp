@@ -143,7 +143,7 @@ bool ServiceRequest::onReadable() {
             finish(whole ? NPRES_DONE : NPRES_NETWORK_ERR);
             return false;
         }
-            if (!m_headersDone) {
+        if (!m_headersDone) {
             m_headers.append(buffer, static_cast<size_t>(n));
             if (!takeHeaders()) return false;
         } else if (!m_stream.write(buffer, static_cast<size_t>(n))) {
