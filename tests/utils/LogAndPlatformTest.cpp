@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 #include "TestSupport.h"
+#include "Debug"
 #include "Exception"
 #include "FileErrorLog"
 #include "LogSettings"
@@ -232,7 +233,6 @@ TEST(LogSettings, SetLogLevelEditsTheFile) {
     }
 }
 
-// isFileExist tests mode bits, not file types: a FIFO has none of them.
 // On this platform a UMutex has no handle and never locks: Acquire fails, Release does nothing, and it is
 // never owned, not even one asked to start owned.
 TEST(UMutex, NeverLocksOnThisPlatform) {
@@ -245,6 +245,27 @@ TEST(UMutex, NeverLocksOnThisPlatform) {
     }
 }
 
+// Traces go to standard output as "[pid] text" when asked (a null format leaves the prefix); flags 0 stop them.
+TEST(AfxTrace, WritesThePrefixedTextToStandardOutputOnlyWhenAsked) {
+    TempHome home;
+    const std::string out = home.path() + "/out";
+    int saved = dup(1), file = open(out.c_str(), O_WRONLY | O_CREAT, 0600);
+    dup2(file, 1), close(file);
+    const DWORD flags = g_dwDebugFlags;
+    g_dwDebugFlags = 1;
+    AfxTrace("shown %d\n", 5);
+    int (*untyped)(const char*, ...) = AfxTrace;  // no format check for the null format
+    untyped(nullText());
+    g_dwDebugFlags = 0;
+    AfxTrace("hidden\n");
+    g_dwDebugFlags = flags;
+    dup2(saved, 1), close(saved);
+    char pid[16];
+    snprintf(pid, sizeof pid, "[%4d] ", static_cast<int>(getpid()));
+    EXPECT_EQ(pid + std::string("shown 5\n") + pid, readFile(out));
+}
+
+// isFileExist tests mode bits, not file types: a FIFO has none of them.
 TEST(IsFileExist, ModeBitsDecide) {
     TempHome home;
     const std::string fifo = home.path() + "/fifo";
