@@ -1,98 +1,58 @@
 // A small stand-in for the browser APIs the background uses: storage areas, the toolbar button, native
-// ports, frame ports, script injection and the rules. Install it as globalThis.chrome before the
-// background's modules are imported; every call is recorded for the tests to read.
-
-function event() {
+// ports, frame ports and script injection. Install its `chrome` as globalThis.chrome before the background's
+// modules are imported; what the code under test sends is recorded for the tests to read.
+const event = () => {
   const listeners = [];
-  return { addListener: (listener) => listeners.push(listener), fire: (...args) => listeners.forEach((l) => l(...args)) };
+  return { addListener: (l) => listeners.push(l), fire: (...args) => listeners.forEach((l) => l(...args)) };
+};
+// An API of which only `given` matters to the tests: any other call does nothing and finds nothing.
+const idle = (given = {}) => new Proxy(given, { get: (api, name) => api[name] ?? (async () => []) });
+
+function port(extra = {}) {
+  const port = { sent: [], onMessage: event(), onDisconnect: event(), ...extra,
+                 postMessage: (message) => port.sent.push(structuredClone(message)),
+                 disconnect: () => { port.disconnected = true; } };
+  return port;
 }
 
-function storageArea(fake, name, values = {}) {
+function storageArea(values = {}) {
   return {
     values,
-    async get(keys) {
-      if (keys === null || keys === undefined) return { ...values };
-      const out = {};
-      for (const key of [].concat(keys)) if (key in values) out[key] = values[key];
-      return out;
-    },
-    async set(items) {
-      Object.assign(values, items);
-      fake.changed(name, items);
-    },
-    async remove(keys) {
-      for (const key of [].concat(keys)) delete values[key];
-    },
+    get: async (keys) => Object.fromEntries([].concat(keys).filter((key) => key in values).map((key) => [key, values[key]])),
+    set: async (items) => { Object.assign(values, items); },
+    remove: async (keys) => { for (const key of [].concat(keys)) delete values[key]; },
   };
 }
 
 globalThis.navigator ??= { userAgent: 'Mozilla/5.0 (a test)' };  // Node 20 has none
 
 export class FakeBrowser {
-  constructor({ managed = {}, local = {} } = {}) {
-    this.natives = [];        // native ports opened, in order
-    this.injections = [];     // executeScript calls: {target, calls}
-    this.answer = (calls) => calls.map(([, args]) => ({ kind: 'string', value: `answer to ${args[0]}` }));
-    this.badges = new Map();  // tab id (or 'all') -> {text, title}
-    this.storageChanged = event();
-    const self = this;
-    const badge = (tabId) => {
-      const key = tabId ?? 'all';
-      if (!self.badges.has(key)) self.badges.set(key, {});
-      return self.badges.get(key);
-    };
+  natives = [];  // native ports opened, in order
+  injections = [];  // executeScript calls: {target, calls}
+  badges = new Map();  // tab id, or 'all' for the whole button -> {text, title}
+  answer = (calls) => calls.map(() => ({ kind: 'undefined' }));  // what the page's world hands back
+
+  constructor(managed = {}) {
+    const badge = (tabId = 'all') => this.badges.get(tabId) ?? this.badges.set(tabId, {}).get(tabId);
     this.chrome = {
-      runtime: {
-        id: 'passway', lastError: undefined, getManifest: () => ({ version: '1.0' }),
-        connectNative: () => {
-          const port = { sent: [], disconnected: false, onMessage: event(), onDisconnect: event(),
-                         postMessage: (message) => port.sent.push(structuredClone(message)),
-                         disconnect: () => { port.disconnected = true; } };
-          self.natives.push(port);
-          return port;
-        },
-      },
-      storage: {
-        managed: storageArea(this, 'managed', managed),
-        local: storageArea(this, 'local', local),
-        session: storageArea(this, 'session'),
-        onChanged: this.storageChanged,
-      },
-      action: {
-        setBadgeText: async ({ tabId, text }) => { badge(tabId).text = text; },
-        setBadgeBackgroundColor: async () => {},
-        setTitle: async ({ tabId, title }) => { badge(tabId).title = title; },
-        getTitle: async ({ tabId }) => badge(tabId).title ?? 'Passway',
-      },
-      scripting: {
-        executeScript: async ({ target, args: [calls] }) => {
-          self.injections.push({ target, calls });
-          return [{ result: self.answer(calls) }];
-        },
-        getRegisteredContentScripts: async () => [],
-        registerContentScripts: async () => {},
-        updateContentScripts: async () => {},
-        unregisterContentScripts: async () => {},
-      },
-      declarativeNetRequest: { getDynamicRules: async () => [], updateDynamicRules: async () => {} },
+      runtime: { id: 'passway', connectNative: () => { this.natives.push(port()); return this.natives.at(-1); } },
+      storage: { managed: storageArea(managed), local: storageArea(), session: storageArea() },
+      action: idle({ setBadgeText: async ({ tabId, text }) => { badge(tabId).text = text; },
+                     setTitle: async ({ tabId, title }) => { badge(tabId).title = title; } }),
+      scripting: idle({ executeScript: async ({ target, args: [calls] }) => {
+        this.injections.push({ target, calls });
+        return [{ result: this.answer(calls) }];
+      } }),
+      declarativeNetRequest: idle(),
     };
   }
 
-  changed(area, items) {
-    const changes = Object.fromEntries(Object.keys(items).map((key) => [key, { newValue: items[key] }]));
-    this.storageChanged.fire(changes, area);
-  }
-
-  // A frame's port as the content script of a document at `url` in tab `tabId` opens it.
-  framePort({ tabId = 7, origin, top = origin, frameId = 0, documentId = `doc-${origin}-${frameId}` }) {
-    const port = { sent: [], onMessage: event(), onDisconnect: event(),
-                   sender: { id: 'passway', origin, frameId, documentId, tab: { id: tabId, url: `${top}/page.html` } },
-                   postMessage: (message) => port.sent.push(message) };
-    return port;
+  // The port that the content script of a document of `origin`, in a page of `top`, opens in tab 7.
+  framePort({ origin, top = origin, frameId = 0 }) {
+    return port({ sender: { id: 'passway', origin, frameId, documentId: `doc${frameId}`,
+                            tab: { id: 7, url: `${top}/page.html` } } });
   }
 }
 
 // Lets every pending promise and timer of the code under test run.
-export function settle() {
-  return new Promise((resolve) => setTimeout(resolve, 5));
-}
+export const settle = () => new Promise((resolve) => setTimeout(resolve, 5));

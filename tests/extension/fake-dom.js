@@ -1,23 +1,22 @@
-// A stand-in for the few DOM reads the extension's page rules make: elements with a local name, attributes
-// in order, children and a parent. el('object', {type: 'x'}, [el('param', {name: 'a', value: '1'})]).
+// The page's side without a browser. el() builds the few DOM reads the page rules make: a local name,
+// attributes in order, children and a parent (el('object', {type: 'x'}, [el('param', {name: 'a', value: '1'})])).
+// contentScript() loads one of the extension's content scripts (classic scripts, not modules) as a browser
+// does, into a context of its own holding `globals`, and hands back that context: its top-level functions,
+// and the top-level constants named in `constants` (no properties of the context by themselves).
+import { readFileSync } from 'node:fs';
+import vm from 'node:vm';
 
-class FakeElement {
-  constructor(localName, attributes = {}, children = []) {
-    this.localName = localName;
-    this.attributes = Object.entries(attributes).map(([name, value]) => ({ name, value }));
-    this.children = children;
-    this.parentElement = null;
-    this.baseURI = 'https://portal.example/vpn/index.html';
-    for (const child of children) child.parentElement = this;
-  }
-
-  getAttribute(name) {
-    return this.attributes.find((attribute) => attribute.name === name)?.value ?? null;
-  }
-
-  hasAttribute(name) {
-    return this.getAttribute(name) !== null;
-  }
+export function el(localName, attributes = {}, children = []) {
+  const element = { localName, children, parentElement: null, baseURI: 'https://portal.example/vpn/index.html',
+                    attributes: Object.entries(attributes).map(([name, value]) => ({ name, value })),
+                    getAttribute: (name) => element.attributes.find((a) => a.name === name)?.value ?? null };
+  for (const child of children) child.parentElement = element;
+  return element;
 }
 
-export const el = (...args) => new FakeElement(...args);
+export function contentScript(name, globals = {}, constants = []) {
+  const context = vm.createContext({ URL, ...globals });
+  const source = readFileSync(new URL(`../../extension/${name}`, import.meta.url), 'utf8');
+  vm.runInContext(`${source}\n;${constants.map((name) => `globalThis.${name} = ${name};`).join('')}`, context);
+  return context;
+}
