@@ -15,9 +15,9 @@ if [ -n "$INSTALLER_IGNORE_TERM" ]; then
     echo $$ > "$root/var/run/installer.pid"
     exec sleep "${INSTALLER_SLEEP:-0}"
 fi
-echo $$ > "$root/var/run/installer.pid"
 # Waits so that SIGTERM ends the wait at once (and takes the sleep with it).
 trap 'kill $pause 2>/dev/null; exit 143' TERM
+echo $$ > "$root/var/run/installer.pid"
 sleep "${INSTALLER_SLEEP:-0}" &
 pause=$!
 wait $pause
