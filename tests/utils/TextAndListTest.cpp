@@ -307,6 +307,17 @@ TEST(UList, KeepsOrderIgnoresBadIndexesFailsWhenItCannotGrow) {
                                                  "EXCEPTION - malloc error (size), 32\n"));
 }
 
+// deleteObjects deletes every object the list holds, the first too, and empties it.
+TEST(UList, DeleteObjectsDeletesEachOne) {
+    static int deleted = 0;
+    struct Counted : UObject { ~Counted() override { ++deleted; } };
+    UList list;
+    for (int i = 0; i < 3; ++i) list.addObject(new Counted);
+    EXPECT_EQ(0, list.deleteObjects());
+    EXPECT_EQ(3, deleted);
+    EXPECT_EQ(0, list.getCount());
+}
+
 // Texts are cut at the separator: empty pieces skipped, separators kept on request, only spaces trimmed.
 TEST(UStrings, CutsAtTheSeparatorFindsAndJoins) {
     const struct { const char* text; int flags; const char* items; } cases[] = {
