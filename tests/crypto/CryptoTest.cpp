@@ -52,6 +52,8 @@ TEST(CSignature, VerifiesExactlyTheTestKeysSignatureOfTheDigest) {
     // Decrypted, a signature shows its DigestInfo: MD5's prefix, then the digest.
     EXPECT_EQ("3020300c06082a864886f70d020505000410" + hex(digest),
               std::string(check.DecryptSignature(signature.c_str())));
+    for (const std::string& undecryptable : {signatureOf("package", "test-other-key.pem"), signature + signature})
+        EXPECT_EQ("", std::string(check.DecryptSignature(undecryptable.c_str()))) << "another key's, or too long";
     // HMAC-MD5 with the preshared key (tests/data/test-preshared.key), as base64.
     EXPECT_EQ("e8M4r4ZTlSAeKZJXjEIhIw==", std::string(check.Sign("session=1")));
 }

@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sstream>
+#include <sys/wait.h>
 
 #include "Bridge.h"
 #include "FakeService.h"
@@ -578,6 +579,47 @@ TEST(Protocol, TheGuidesTablesOfErrorsAndLimitsAreTheCodes) {
 
 // passway-host ends when the tab closes its input.
 TEST(HostProgram, EndsWithItsInput) { EXPECT_EQ(0, runCommand({PASSWAY_HOST}).exitCode); }
+
+// A signal that interrupts the host's wait for input (SIGPIPE has a handler) loses none of what comes next.
+TEST(HostProgram, ASignalWhileItWaitsLosesNoInput) {
+    TempHome home;
+    setenv("PASSWAY_HOST_PLUGIN", PASSWAY_TEST_PLUGIN, 1);
+    int in[2], out[2];
+    ASSERT_TRUE(pipe(in) == 0 && pipe(out) == 0);
+    pid_t host = fork();
+    if (host == 0) {
+        dup2(in[0], 0), dup2(out[1], 1), close(in[1]), close(out[0]);
+        execl(PASSWAY_HOST, PASSWAY_HOST, static_cast<char*>(nullptr));
+        _exit(127);
+    }
+    close(in[0]), close(out[1]);
+    FrameReader replies;
+    std::string frame;
+    uint32_t length = 0;
+    auto reply = [&] {  // the next frame's op
+        char buffer[4096];
+        for (ssize_t n; replies.next(frame, length) != FrameReader::Result::Frame;)
+            if ((n = read(out[0], buffer, sizeof buffer)) <= 0) return std::string("(no reply)");
+            else replies.feed(buffer, static_cast<size_t>(n));
+        return json::parse(frame)["op"].get<std::string>();
+    };
+    auto send = [&](const std::string& text) {
+        uint32_t size = static_cast<uint32_t>(text.size());
+        std::string bytes = std::string(reinterpret_cast<char*>(&size), 4) + text;
+        return write(in[1], bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size());
+    };
+    send(kHello);
+    EXPECT_EQ("ready", reply());
+    usleep(100000);  // waiting for input again
+    kill(host, SIGPIPE);
+    usleep(100000);
+    send(R"({"op":"destroy","element":9})");
+    EXPECT_EQ("error", reply());
+    close(in[1]);
+    EXPECT_EQ("(no reply)", reply());
+    close(out[0]);
+    waitpid(host, nullptr, 0);
+}
 
 // Without PASSWAY_HOST_PLUGIN the host loads the user's own plug-in first, as browsers look for it.
 TEST(HostProgram, LoadsTheUsersOwnPluginFirst) {
