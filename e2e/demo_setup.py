@@ -11,6 +11,18 @@ import sys
 import tempfile
 import time
 
+WAIT = 60  # seconds: the longest wait for anything a visit expects
+
+
+def poll(condition, seconds=None, step=0.1):
+    """condition's first true value within `seconds`, else its last value."""
+    deadline = time.monotonic() + (WAIT if seconds is None else seconds)
+    while True:
+        value = condition()
+        if value or time.monotonic() > deadline:
+            return value
+        time.sleep(step)
+
 
 def free_port():
     with socket.socket() as s:
@@ -44,8 +56,8 @@ class DemoPortal:
     def __init__(self, build, source, port=0, prefix='passway-e2e-', root=None):
         self.build, self.source = build, source
         self.root = root or os.path.join(build, 'testroot') + '/'
-        self.fake_service = os.path.join(build, 'tests', 'support', 'fake_tunvo_service')
-        self.installer_env = {'PASSWAY_TEST_ROOT': self.root, 'FAKE_SERVICE': self.fake_service}
+        self.installer_env = {'PASSWAY_TEST_ROOT': self.root,
+                              'FAKE_SERVICE': os.path.join(build, 'tests', 'support', 'fake_tunvo_service')}
         self.server = None
         self.work = tempfile.mkdtemp(prefix=prefix)
         try:
@@ -56,22 +68,18 @@ class DemoPortal:
             site = os.path.join(self.work, 'site')
             shutil.copytree(os.path.join(source, 'e2e', 'portal'), site)
             self.package = os.path.join(site, 'package.tar')
-            self.write_package(os.path.join(source, 'tests', 'data', 'test-installer.sh'))
-            sign = os.path.join(build, 'tools', 'passway-sign')
             data = os.path.join(source, 'tests', 'data')
-            self.signature = subprocess.check_output(
-                [sign, os.path.join(data, 'test-signing-key.pem'), self.package], text=True).strip()
-            self.bad_signature = subprocess.check_output(
-                [sign, os.path.join(data, 'test-other-key.pem'), self.package], text=True).strip()
+            self.write_package(os.path.join(data, 'test-installer.sh'))
+            # The package signed with the test key, and with another key.
+            self.signature, self.bad_signature = (subprocess.check_output(
+                [os.path.join(build, 'tools', 'passway-sign'), os.path.join(data, key), self.package], text=True).strip()
+                for key in ('test-signing-key.pem', 'test-other-key.pem'))
             self.port = port or free_port()
             # Python's own server answers requests side by side: a browser may open a connection ahead and
             # leave it idle, which would hold up a server that serves one connection at a time.
             self.server = self.start_server([sys.executable, '-m', 'http.server', '--bind', '127.0.0.1',
                                              '--directory', site, str(self.port)])
-            for _ in range(50):
-                if listening(self.port) or self.server.poll() is not None:
-                    break
-                time.sleep(0.1)
+            poll(lambda: listening(self.port) or self.server.poll() is not None, 5)
             if self.server.poll() is not None:
                 raise RuntimeError('the portal server did not start on port %d' % self.port)
             self.reset_root()

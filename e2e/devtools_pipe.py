@@ -1,15 +1,12 @@
 """A minimal client of the DevTools protocol over --remote-debugging-pipe: the browser reads commands on
 its descriptor 3 and writes answers and events on 4, one JSON text per message, each ended by a NUL byte."""
+import contextlib
 import fcntl
 import json
 import os
 import select
 import subprocess
 import time
-
-
-class DevToolsError(Exception):
-    pass
 
 
 class DevToolsPipe:
@@ -43,14 +40,14 @@ class DevToolsPipe:
                     return message
             left = deadline - time.monotonic()
             if left <= 0 or not select.select([self._in], [], [], left)[0]:
-                raise DevToolsError('%s: no answer in %d s' % (method, timeout))
+                raise RuntimeError('%s: no answer in %d s' % (method, timeout))
             chunk = os.read(self._in, 1 << 20)
             if not chunk:
-                raise DevToolsError('%s: the browser is gone' % method)
+                raise RuntimeError('%s: the browser is gone' % method)
             self._buffer += chunk
 
     def command(self, method, params=None, session=None, timeout=30):
-        """The command's result; DevToolsError when the browser answers with an error or is gone."""
+        """The command's result; RuntimeError when the browser answers with an error or is gone."""
         self._next += 1
         message = {'id': self._next, 'method': method, 'params': params or {}}
         if session:
@@ -58,19 +55,17 @@ class DevToolsPipe:
         try:
             os.write(self._out, json.dumps(message).encode() + b'\0')
         except OSError as error:
-            raise DevToolsError('%s: the browser is gone (%s)' % (method, error))
+            raise RuntimeError('%s: the browser is gone (%s)' % (method, error))
         answer = self._answer(self._next, method, timeout)
         if 'error' in answer:
-            raise DevToolsError('%s: %s' % (method, answer['error'].get('message')))
+            raise RuntimeError('%s: %s' % (method, answer['error'].get('message')))
         return answer.get('result', {})
 
     def close(self):
         """Asks the browser to close, then ends its process group if it lingers."""
         if self.process.poll() is None:
-            try:
+            with contextlib.suppress(RuntimeError):
                 self.command('Browser.close', timeout=10)
-            except DevToolsError:
-                pass
             try:
                 self.process.wait(timeout=10)
             except subprocess.TimeoutExpired:

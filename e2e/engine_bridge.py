@@ -6,42 +6,34 @@ browser and one tab serve the shared visits: leaving a page navigates the tab to
 A portal origin is approved in one of two ways, both exercised by a run:
 - the administrator's managed policy `approvedOrigins`, written before the browser starts, approves the demo
   portal's origin (http://127.0.0.1:PORT): its visits proceed with no one asked. Where a browser's policy
-  cannot be written (Chromium's is system-wide: only root may), the engine approves that origin in the popup
-  instead, and says so;
+  cannot be written (Chromium's is system-wide: only root may), the first visit approves that origin in the
+  popup instead;
 - the user's click on "Allow this portal" in the extension's popup (opened as a tab, popup.html?origin=O),
   for the other origin (http://localhost:PORT) in the bridge's own visit.
 
-A browser driver provides: launch(run) (host manifest, policy, the browser), open_tab(url), close_tab(tab),
-go(tab, url), evaluate(tab, expression) (the value, awaited when a promise, or None when it throws),
-screenshot(tab, path), popup_url(origin), browser_pid, manifest_file (the host manifest it reads), log_words
-(what marks its log's lines of interest), quit()."""
+A browser driver provides: launch(run) (host manifest, policy, the browser), extension_base (where the
+extension's pages are), open_tab(url), close_tab(tab), go(tab, url), evaluate(tab, expression) (the value,
+awaited when a promise, or None when it throws), screenshot(tab, path), browser_pid, log_words (what marks its
+log's lines of interest), quit()."""
 import contextlib
 import json
 import os
 import shlex
-import time
 import urllib.parse
 
+from demo_setup import poll, read
+
 HOST_NAME = 'com.orvane.passway'
-WAIT = 60  # seconds: the longest wait for anything a visit expects
 
 
-def poll(condition, seconds=None, step=0.1):
-    """condition's first true value within `seconds`, else its last value."""
-    deadline = time.monotonic() + (WAIT if seconds is None else seconds)
-    while True:
-        value = condition()
-        if value or time.monotonic() > deadline:
-            return value
-        time.sleep(step)
+def write_json(path, value):
+    os.makedirs(os.path.dirname(path), exist_ok=True)
+    with open(path, 'w') as f:
+        json.dump(value, f, indent=2)
 
 
 class BridgeEngine:
     bridge = True  # the plug-in runs in passway-host: the bridge's own checks apply
-    program = None  # the browser's executable (a driver sets it)
-
-    installed_program = None  # the browser's own launcher, for a run of the installed package
-    installed_extension = None  # where the package puts the extension for this browser
 
     def __init__(self, build, source, host, window=False, installed=False):
         self.window = window    # a browser window on $DISPLAY instead of a headless browser
@@ -53,12 +45,9 @@ class BridgeEngine:
             self.program, host = self.installed_program, '/usr/lib/passway/passway-host'
         self.host = os.path.realpath(host) if host else ''
         self.extension = self.installed_extension if installed else os.path.join(build, 'extension', self.name)
-        self.screenshot_name = 'portal-after-install-%s.png' % self.name
-        self.tab = None
+        self.tab = self.policy = None  # the policy: where the administrator's policy approving the portal lives
         self.approved = set()   # origins approved so far, by the policy or in the popup
-        self.policy = None      # where the administrator's policy approving the portal's origin lives
         self.policy_rules = {}  # the policy's other settings (allowUserApprovals, allowPlainHttp, more origins)
-        self.policy_note = ''   # why there is none
 
     def missing(self):
         if not os.access(self.program, os.X_OK):
@@ -69,17 +58,19 @@ class BridgeEngine:
             return 'the extension is not built (%s)' % self.extension
         return None
 
-    def host_manifest(self, run):
-        """The browser's host manifest (extension/host-manifest/BROWSER/), pointing at the host under test through
-        a script that keeps the host's standard error in `host_log` (Firefox keeps none of it)."""
+    def write_host_manifest(self, run, folder):
+        """The browser's host manifest (extension/host-manifest/BROWSER/) in `folder`, naming the extension (its
+        `id`) and pointing at the host under test through a script that keeps the host's standard error in `host_log`
+        (Firefox keeps none of it)."""
         wrapper = os.path.join(run.work, 'passway-host')
         self.host_log = os.path.join(run.work, 'host.log')
         with open(wrapper, 'w') as f:
             f.write('#!/bin/sh\nexec %s "$@" 2>>%s\n' % (shlex.quote(self.host), shlex.quote(self.host_log)))
         os.chmod(wrapper, 0o755)
         with open(os.path.join(self.source, 'extension', 'host-manifest', self.name, HOST_NAME + '.json.in')) as f:
-            return json.loads(f.read().replace('@PASSWAY_HOST_PATH@', wrapper)
-                              .replace('@PASSWAY_EXTENSION_ID@', getattr(self, 'id', '')))
+            manifest = json.loads(f.read().replace('@PASSWAY_HOST_PATH@', wrapper).replace('@PASSWAY_EXTENSION_ID@', self.id))
+        self.manifest_file = os.path.join(folder, HOST_NAME + '.json')
+        write_json(self.manifest_file, manifest)
 
     def policy_settings(self):
         """What the administrator's policy says to the extension: the portal's origin approved, and the rules."""
@@ -111,17 +102,21 @@ class BridgeEngine:
         # The extension asks a host once when the browser starts; its answer decides whether pages see the
         # plug-in in navigator.plugins. The popup says what it learnt.
         said = self.button_says()[2]
-        print('extension: the popup says %r' % said)
         if 'Orvane Passway plugin, Ver.' not in said:
             raise RuntimeError('the extension did not learn that the host and the plug-in are there: %r' % said)
         if self.policy:
             self.approved.add(self.portal_origin)
-            print('approval: the policy approves %s (%s)' % (self.portal_origin, self.policy))
-        elif self.portal_origin:
-            print('approval: %s; the first visit approves %s in the popup instead'
-                  % (self.policy_note, self.portal_origin))
 
     # ---- pages -----------------------------------------------------------------------------------
+    @contextlib.contextmanager
+    def opened(self, url):
+        """A tab of its own on url while the block runs."""
+        tab = self.open_tab(url)
+        try:
+            yield tab
+        finally:
+            self.close_tab(tab)
+
     def holds(self, tab, expression):
         return bool(self.evaluate(tab, '(function () { try { return !!(%s); } catch (e) { return false; } })()'
                                   % expression))
@@ -134,89 +129,57 @@ class BridgeEngine:
         return (self.evaluate(tab, 'typeof transcript == "undefined" ? [] : transcript') or [],
                 self.evaluate(tab, "document.getElementById('status') ? document.getElementById('status').textContent : ''"))
 
-    # ---- approval, as a user gives it ------------------------------------------------------------
-    def allow_button(self, origin):
-        return 'document.querySelector(%s)' % json.dumps('button[data-origin="%s"]' % origin)
+    # ---- the extension's popup, opened as a tab --------------------------------------------------
+    def popup_url(self, origin=''):
+        return '%s/popup.html?origin=%s' % (self.extension_base, urllib.parse.quote(origin, safe=''))
 
-    @contextlib.contextmanager
-    def popup(self, origin, seconds=WAIT):
-        """The extension's popup for the origin, in a tab of its own while the block runs, and whether it
-        offers "Allow this portal" for the origin (within `seconds`)."""
-        popup = self.open_tab(self.popup_url(origin))
-        try:
-            yield popup, poll(lambda: self.holds(popup, self.allow_button(origin)), seconds)
-        finally:
-            self.close_tab(popup)
+    def click(self, origin, button):
+        """Clicks the button (a CSS selector) in the popup for the origin once it shows; waits until it goes."""
+        button = 'document.querySelector(%s)' % json.dumps(button)
+        with self.opened(self.popup_url(origin)) as popup:
+            if not poll(lambda: self.holds(popup, button)):
+                raise RuntimeError('the popup never showed %s' % button)
+            self.evaluate(popup, button + '.click()')
+            if not poll(lambda: not self.holds(popup, button)):
+                raise RuntimeError('the popup did not take the click on %s' % button)
 
-    def waits_for_approval(self, origin, seconds=WAIT):
-        """Whether the popup offers "Allow this portal" for the origin, and the toolbar badge and title of the
-        tab that shows the origin's page."""
-        with self.popup(origin, seconds) as (popup, asked):
-            signal = self.evaluate(popup, """chrome.tabs.query({}).then(async (tabs) => {
-                const tab = tabs.find((t) => (t.url || '').startsWith(%s + '/'));
-                return tab ? [await chrome.action.getBadgeText({tabId: tab.id}),
-                              await chrome.action.getTitle({tabId: tab.id})] : [null, null];
-            })""" % json.dumps(origin)) or [None, None]
-        return asked, signal[0], signal[1]
+    def approve(self, origin):
+        """Clicks "Allow this portal" for the origin in the extension's popup."""
+        self.click(origin, 'button[data-origin="%s"]' % origin)
+        self.approved.add(origin)
+
+    def remove_approval(self, origin):
+        """Clicks "Remove" for the origin in the popup's list of approved portals."""
+        self.click('', 'button[data-remove="%s"]' % origin)
+        self.approved.discard(origin)
+
+    def popup_row(self, origin):
+        """What the popup says of the origin waiting in some tab (once it says anything), and whether it offers
+        "Allow" for it."""
+        with self.opened(self.popup_url(origin)) as popup:
+            said = poll(lambda: self.evaluate(popup, "document.getElementById('portals').innerText")) or ''
+            return said, self.holds(popup, 'document.querySelector(\'button[data-origin="%s"]\')' % origin)
 
     def tab_signal(self, page):
         """The toolbar badge and title of the tab whose URL begins with `page`, what the extension keeps as
         waiting in that tab (None: nothing), and the page's own title (read without the page's script)."""
-        popup = self.open_tab(self.popup_url(''))
-        try:
+        with self.opened(self.popup_url()) as popup:
             return poll(lambda: self.evaluate(popup, """chrome.tabs.query({}).then(async (tabs) => {
                 const tab = tabs.find((t) => (t.url || '').startsWith(%s));
                 if (!tab) return [null, null, null, null];
                 const key = 'waiting:' + tab.id;
                 return [await chrome.action.getBadgeText({tabId: tab.id}), await chrome.action.getTitle({tabId: tab.id}),
                         (await chrome.storage.session.get(key))[key] || null, tab.title];
-            })""" % json.dumps(page))) or [None, None, None, None]
-        finally:
-            self.close_tab(popup)
+            })""" % json.dumps(page))) or [None] * 4
 
-    def popup_row(self, origin, seconds=WAIT):
-        """What the popup says of the origin waiting in some tab (once it says anything), and whether it offers
-        "Allow" for it."""
-        with self.popup(origin, seconds=0) as (popup, _):
-            said = poll(lambda: self.evaluate(popup, "document.getElementById('portals').innerText"), seconds) or ''
-            return said, self.holds(popup, self.allow_button(origin))
-
-    def remove_approval(self, origin):
-        """Clicks "Remove" for the origin in the popup's list of approved portals."""
-        button = 'document.querySelector(%s)' % json.dumps('button[data-remove="%s"]' % origin)
-        popup = self.open_tab(self.popup_url(''))
-        try:
-            if not poll(lambda: self.holds(popup, button)):
-                raise RuntimeError('the popup lists no "Remove" for %s' % origin)
-            self.evaluate(popup, button + '.click()')
-            if not poll(lambda: not self.holds(popup, button)):
-                raise RuntimeError('the popup still lists %s after "Remove"' % origin)
-        finally:
-            self.close_tab(popup)
-        self.approved.discard(origin)
-
-    def button_says(self, seconds=WAIT):
+    def button_says(self):
         """The toolbar button's badge and title (for every tab) and what the popup says of the host, once it
         says anything."""
-        popup = self.open_tab(self.popup_url(''))
-        try:
-            host = "document.getElementById('host').textContent"
-            said = poll(lambda: self.evaluate(popup, host), seconds) or ''
+        with self.opened(self.popup_url()) as popup:
+            said = poll(lambda: self.evaluate(popup, "document.getElementById('host').textContent")) or ''
             badge, title = self.evaluate(popup, 'Promise.all([chrome.action.getBadgeText({}), '
                                                 'chrome.action.getTitle({})])') or [None, None]
-        finally:
-            self.close_tab(popup)
         return badge, title, said
-
-    def approve(self, origin):
-        """Clicks "Allow this portal" for the origin in the extension's popup."""
-        with self.popup(origin) as (popup, asked):
-            if not asked:
-                raise RuntimeError('the popup never offered "Allow this portal" for %s' % origin)
-            self.evaluate(popup, self.allow_button(origin) + '.click()')
-            if not poll(lambda: self.holds(popup, "document.body.textContent.indexOf('Allowed') >= 0")):
-                raise RuntimeError('the popup did not confirm the approval of %s' % origin)
-        self.approved.add(origin)
 
     # ---- the shared visits ------------------------------------------------------------------------
     def visit(self, url, until, screenshot=None, ready=None, fresh=False):
@@ -232,12 +195,7 @@ class BridgeEngine:
             if origin not in self.approved:
                 self.loaded(tab)
                 self.approve(origin)
-            if not poll(lambda: self.holds(tab, until) and (ready is None or ready())) and \
-                    origin == self.portal_origin and self.policy:
-                asked, _, _ = self.waits_for_approval(origin, seconds=1)
-                if asked:
-                    raise RuntimeError('the policy (%s) did not approve %s: the extension asks the user'
-                                       % (self.policy, origin))
+            poll(lambda: self.holds(tab, until) and (ready is None or ready()))
             page, status = self.page_state(tab)
             if screenshot:
                 self.screenshot(tab, screenshot)
@@ -249,22 +207,21 @@ class BridgeEngine:
     def log_tail(self):
         with open(self.log_path, errors='replace') as f:
             lines = [line for line in f if any(word in line.lower() for word in self.log_words)]
-        return 'browser log (passway lines, tail):\n' + ''.join(lines[-40:])
+        return 'browser log (passway lines, tail):\n%s\nhost log (tail):\n%s' % (
+            ''.join(lines[-40:]), read(getattr(self, 'host_log', ''))[-3000:])
 
     def host_processes(self):
         """The pids of this browser's running hosts (the browser runs in a session of its own)."""
-        return [pid for pid, argv in session_members(self.browser_pid)
-                if any(os.path.realpath(arg) == self.host for arg in argv[:2] if arg)]
+        return {pid for pid, argv in session_members(self.browser_pid)
+                if any(os.path.realpath(arg) == self.host for arg in argv[:2] if arg)}
 
     def close(self):
         """Ends the browser; its helpers and hosts share its session, and none may outlive it."""
         self.quit()
         sid = getattr(self, 'browser_pid', None)
         if sid and not poll(lambda: not session_members(sid), seconds=10):
-            try:
+            with contextlib.suppress(ProcessLookupError):
                 os.killpg(sid, 9)
-            except ProcessLookupError:
-                pass
 
 
 def session_members(sid):

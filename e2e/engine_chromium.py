@@ -7,27 +7,18 @@ The administrator's policy: Chromium reads managed policies only from the system
 approving its own portal, would each see one of the two lists. Run as root, the engine writes its policy into a
 folder of the run's own that stands in /etc/chromium for this browser alone (a bind mount in the browser's own
 mount namespace; for an installed package's run, a copy of the real /etc/chromium, which holds the package's
-host manifest); the real folder is never written. Otherwise it approves the portal in the popup."""
+host manifest); the real folder is never written. Otherwise the portal is approved in the popup."""
 import base64
-import hashlib
-import json
 import os
 import shutil
 import subprocess
-import urllib.parse
 
+from demo_setup import read
 from devtools_pipe import DevToolsPipe
-from engine_bridge import HOST_NAME, BridgeEngine, poll
+from engine_bridge import BridgeEngine, poll, write_json
 
 CHROMIUM = '/usr/lib/chromium/chromium'
 ETC = '/etc/chromium'
-
-
-def extension_id(extension_dir):
-    """The ID that the manifest's "key" fixes: the first 32 hex digits of SHA-256 of the key, as a-p."""
-    with open(os.path.join(extension_dir, 'manifest.json')) as f:
-        key = base64.b64decode(json.load(f)['key'])
-    return ''.join(chr(ord('a') + int(digit, 16)) for digit in hashlib.sha256(key).hexdigest()[:32])
 
 
 class ChromiumEngine(BridgeEngine):
@@ -43,24 +34,16 @@ class ChromiumEngine(BridgeEngine):
         # CRX and its update manifest, served by the portal's server (root only: the policy lives in a mount
         # namespace of the browser's own, where a private folder stands in /etc/chromium, so that no other
         # Chromium on the machine sees it)
-        self.forcelist = forcelist
-        self.build = build
-        self.browser = None
-        self.private_etc = None  # the run's folder that stands in /etc/chromium for this browser
+        self.forcelist, self.build = forcelist, build
+        self.browser = self.private_etc = None  # private_etc: the run's folder that stands in /etc/chromium
 
     def launch(self, run):
         """A fresh profile in the run's folder, with the host manifest pointing at the host; the policy."""
-        self.id = extension_id(self.extension)
+        self.id = read(os.path.join(self.build, 'extension', 'chromium-id.txt')).strip()  # what the key gives
+        self.extension_base = 'chrome-extension://' + self.id
         profile = os.path.join(run.work, 'chromium-profile')
-        hosts = os.path.join(profile, 'NativeMessagingHosts')
-        os.makedirs(hosts, exist_ok=True)
         if not self.installed:  # the installed package's manifest is in /etc/chromium/native-messaging-hosts
-            manifest = self.host_manifest(run)
-            if manifest['allowed_origins'] != ['chrome-extension://%s/' % self.id]:
-                raise RuntimeError('the host manifest does not name the extension ID %s that its key gives' % self.id)
-            self.manifest_file = os.path.join(hosts, HOST_NAME + '.json')
-            with open(self.manifest_file, 'w') as f:
-                json.dump(manifest, f)
+            self.write_host_manifest(run, os.path.join(profile, 'NativeMessagingHosts'))
         if self.forcelist:
             self.publish_extension(run)
         self.write_policy(run)
@@ -80,31 +63,25 @@ class ChromiumEngine(BridgeEngine):
             self.browser = DevToolsPipe(argv, self.env, log)
         self.browser_pid = self.browser.process.pid
         if self.forcelist and not poll(lambda: any(
-                target['url'].startswith('chrome-extension://%s/' % self.id)
+                target['url'].startswith(self.extension_base + '/')
                 for target in self.browser.command('Target.getTargets')['targetInfos'])):
             raise RuntimeError('the administrator\'s ExtensionInstallForcelist did not install %s' % self.id)
 
     def write_policy(self, run):
         """The administrator's policy approving the portal (and, for a forcelist run, installing the extension),
-        in the run's own stand-in for /etc/chromium (root only)."""
-        if not self.portal_origin:
-            return
-        if os.geteuid() != 0:
-            self.policy_note = 'not root: no Chromium policy in %s' % ETC
+        in the run's own stand-in for /etc/chromium (root only: otherwise the popup approves the portal)."""
+        if not self.portal_origin or os.geteuid() != 0:
             return
         self.private_etc = os.path.join(run.work, 'etc-chromium')
         if not os.path.isdir(self.private_etc) and os.path.isdir(ETC):
             shutil.copytree(ETC, self.private_etc, symlinks=True)
-        managed = os.path.join(self.private_etc, 'policies', 'managed')
-        os.makedirs(managed, exist_ok=True)
         policy = {'3rdparty': {'extensions': {self.id: self.policy_settings()}}}
         if self.forcelist:
             # DeveloperToolsAvailability 1: the run drives the popup of a force-installed extension over DevTools.
             policy.update({'ExtensionInstallForcelist': ['%s;%s/update.xml' % (self.id, self.portal_origin)],
                            'DeveloperToolsAvailability': 1})
-        self.policy = os.path.join(managed, 'passway.json')
-        with open(self.policy, 'w') as f:
-            json.dump(policy, f)
+        self.policy = os.path.join(self.private_etc, 'policies', 'managed', 'passway.json')
+        write_json(self.policy, policy)
 
     def publish_extension(self, run):
         """The packed extension and its update manifest on the portal's server, for the forcelist policy."""
@@ -127,9 +104,7 @@ class ChromiumEngine(BridgeEngine):
     def evaluate(self, tab, expression):
         result = self.browser.command('Runtime.evaluate', {'expression': expression, 'returnByValue': True,
                                                            'awaitPromise': True}, session=tab['session'])
-        if 'exceptionDetails' in result:
-            return None
-        return result['result'].get('value')
+        return None if 'exceptionDetails' in result else result['result'].get('value')
 
     def go(self, tab, url):
         self.browser.command('Page.navigate', {'url': url}, session=tab['session'])
@@ -139,9 +114,6 @@ class ChromiumEngine(BridgeEngine):
         shot = self.browser.command('Page.captureScreenshot', {'format': 'png'}, session=tab['session'])
         with open(path, 'wb') as f:
             f.write(base64.b64decode(shot['data']))
-
-    def popup_url(self, origin):
-        return 'chrome-extension://%s/popup.html?origin=%s' % (self.id, urllib.parse.quote(origin, safe=''))
 
     def quit(self):
         if self.browser:

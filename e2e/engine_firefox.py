@@ -18,16 +18,13 @@ import json
 import os
 import shutil
 import subprocess
-import urllib.parse
 
 from demo_setup import read
-from engine_bridge import HOST_NAME, BridgeEngine, poll
-from marionette import Marionette, MarionetteError
+from engine_bridge import HOST_NAME, BridgeEngine, poll, write_json
+from marionette import Marionette
 
 FIREFOX = '/usr/lib/firefox-esr/firefox-esr'
 EXTENSION_UUID = '7d1f3a52-6c0e-4b8e-9a35-0e2e50a55a11'  # the extension's pages: moz-extension://UUID/
-
-
 POLICIES = '/etc/firefox/policies/policies.json'  # Debian's firefox-esr reads the administrator's policies here
 
 
@@ -36,45 +33,38 @@ class FirefoxEngine(BridgeEngine):
     program = FIREFOX
     installed_program = '/usr/bin/firefox-esr'
     installed_extension = '/usr/share/mozilla/extensions/{ec8030f7-c20a-464f-9b0e-13a3a9e97384}/passway@orvane.com'
-
+    extension_base = 'moz-extension://' + EXTENSION_UUID
     log_words = ('passway', 'native')
 
     def __init__(self, build, source, host, window=False, installed=False):
         super().__init__(build, source, host, window, installed)
-        self.policy_made = []  # the system policy file and the folders made for it (installed runs)
         self.xpi = os.path.join(build, 'extension', 'passway-firefox.xpi')
-        self.process = None
         self.marionette = None
         self.current = None  # the tab Marionette's commands go to
+        self.policy_made = None  # what quit removes: the system policy file, or the topmost folder made for it
 
     def launch(self, run):
         with open(os.path.join(self.extension, 'manifest.json')) as f:
             self.id = json.load(f)['browser_specific_settings']['gecko']['id']
         mozilla = os.path.join(run.home, '.mozilla')
-        if self.installed:  # the package's manifest, extension and policy folder, as an administrator's
-            self.manifest_file = '/usr/lib/mozilla/native-messaging-hosts/' + HOST_NAME + '.json'
-            if self.portal_origin:
-                self.write_system_policy()
-        else:
-            manifest = self.host_manifest(run)
-            if manifest['allowed_extensions'] != [self.id]:
-                raise RuntimeError('the host manifest does not name the extension %s' % self.id)
-            self.manifest_file = os.path.join(mozilla, 'native-messaging-hosts', HOST_NAME + '.json')
-            write_json(self.manifest_file, manifest)
-        if self.portal_origin and not self.installed:
+        if not self.installed:  # the package's manifest is in /usr/lib/mozilla/native-messaging-hosts
+            self.write_host_manifest(run, os.path.join(mozilla, 'native-messaging-hosts'))
+        if self.portal_origin and self.installed:  # the package's policy folder, as an administrator's
+            self.write_system_policy()
+        elif self.portal_origin:
             self.policy = os.path.join(mozilla, 'managed-storage', self.id + '.json')
             write_json(self.policy, {'name': self.id, 'description': 'Passway: the portals approved ahead',
                                      'type': 'storage', 'data': self.policy_settings()})
 
         profile = os.path.join(run.work, 'firefox-profile')
-        os.makedirs(os.path.join(profile, 'extensions'), exist_ok=True)
+        installed_xpi = os.path.join(profile, 'extensions', self.id + '.xpi')
+        os.makedirs(os.path.dirname(installed_xpi), exist_ok=True)
+        if not self.installed and not os.path.exists(installed_xpi):  # a copy anew would be an update at restart
+            shutil.copy(self.xpi, installed_xpi)
         prefs = {} if self.installed else {
             'xpinstall.signatures.required': False,   # the extension is not signed
             'extensions.autoDisableScopes': 0,         # a profile's own extension starts enabled
         }
-        installed_xpi = os.path.join(profile, 'extensions', self.id + '.xpi')
-        if not self.installed and not os.path.exists(installed_xpi):  # a copy anew would be an update at restart
-            shutil.copy(self.xpi, installed_xpi)
         prefs.update({
             'extensions.webextensions.uuids': json.dumps({self.id: EXTENSION_UUID}),
             'marionette.port': 0,                      # any free port, written to MarionetteActivePort
@@ -99,17 +89,26 @@ class FirefoxEngine(BridgeEngine):
         argv = [self.program] + ([] if self.window else ['--headless']) + [
             '--no-remote', '--marionette', '-remote-allow-system-access', '--profile', profile, 'about:blank']
         with open(self.log_path, 'w') as log:
-            self.process = subprocess.Popen(argv, env=self.env, stdin=subprocess.DEVNULL, stdout=log, stderr=log,
-                                            start_new_session=True)
-        self.browser_pid = self.process.pid
-        port_file = os.path.join(profile, 'MarionetteActivePort')
-        port = poll(lambda: read_port(port_file) or (self.process.poll() is not None and -1))
-        if not port or port < 0:
-            raise RuntimeError('Firefox did not start Marionette (exit %s)' % self.process.poll())
-        self.marionette = Marionette(port)
+            process = subprocess.Popen(argv, env=self.env, stdin=subprocess.DEVNULL, stdout=log, stderr=log,
+                                       start_new_session=True)
+        self.browser_pid = process.pid
+        port = poll(lambda: read(os.path.join(profile, 'MarionetteActivePort')).strip() or process.poll() is not None)
+        if not str(port).isdigit():
+            raise RuntimeError('Firefox did not start Marionette (exit %s)' % process.poll())
+        self.marionette = Marionette(int(port))
         self.marionette.command('WebDriver:NewSession', {'capabilities': {'alwaysMatch': {'pageLoadStrategy': 'normal'}}})
         self.current = self.marionette.command('WebDriver:GetWindowHandle')
         self.marionette.command('WebDriver:SetWindowRect', {'width': 800, 'height': 600})
+
+    def write_system_policy(self):
+        """The administrator's policy approving the portal, in the system's policies.json (none may be there)."""
+        if os.path.exists(POLICIES):
+            raise RuntimeError('%s exists: an installed run will not replace an administrator\'s policies' % POLICIES)
+        self.policy_made = POLICIES
+        while not os.path.isdir(os.path.dirname(self.policy_made)):
+            self.policy_made = os.path.dirname(self.policy_made)
+        write_json(POLICIES, {'policies': {'3rdparty': {'Extensions': {self.id: self.policy_settings()}}}})
+        self.policy = POLICIES
 
     # ---- tabs ----------------------------------------------------------------------------------
     def command(self, name, parameters=None, tab=None):
@@ -119,44 +118,42 @@ class FirefoxEngine(BridgeEngine):
         return self.marionette.command(name, parameters)
 
     def open_tab(self, url):
-        if url.startswith('moz-extension:'):
-            # A web page cannot open the extension's pages, nor can Marionette navigate to them: the browser
-            # window's own script can.
-            before = set(self.marionette.command('WebDriver:GetWindowHandles'))
-            self.marionette.command('Marionette:SetContext', {'value': 'chrome'})
-            try:
-                self.marionette.command('WebDriver:ExecuteScript', {'script': """
-                    gBrowser.selectedTab = gBrowser.addTab(arguments[0], {
-                        triggeringPrincipal: Services.scriptSecurityManager.getSystemPrincipal()});""",
-                    'args': [url]})
-            finally:
-                self.marionette.command('Marionette:SetContext', {'value': 'content'})
-            # The tab moves to the extension's process once it loads the page, and its first handle may go
-            # with the move: the tab is the new handle that shows the page.
-            def shown():
-                for handle in set(self.marionette.command('WebDriver:GetWindowHandles')) - before:
-                    if (self.evaluate(handle, 'location.href') or '').startswith('moz-extension:'):
-                        return handle
-                return None
-            tab = poll(shown)
-            if not tab:
-                raise RuntimeError('no tab opened for %s' % url)
-        else:
+        if not url.startswith('moz-extension:'):
             tab = self.command('WebDriver:NewWindow', {'type': 'tab', 'focus': True})['handle']
             self.command('WebDriver:Navigate', {'url': url}, tab=tab)
+            return tab
+        # A web page cannot open the extension's pages, nor can Marionette navigate to them: the browser
+        # window's own script can.
+        before = set(self.marionette.command('WebDriver:GetWindowHandles'))
+        self.marionette.command('Marionette:SetContext', {'value': 'chrome'})
+        try:
+            self.marionette.command('WebDriver:ExecuteScript', {'script': """
+                gBrowser.selectedTab = gBrowser.addTab(arguments[0], {
+                    triggeringPrincipal: Services.scriptSecurityManager.getSystemPrincipal()});""",
+                'args': [url]})
+        finally:
+            self.marionette.command('Marionette:SetContext', {'value': 'content'})
+        # The tab moves to the extension's process once it loads the page, and its first handle may go
+        # with the move: the tab is the new handle that shows the page.
+        def shown():
+            handles = set(self.marionette.command('WebDriver:GetWindowHandles')) - before
+            return next((h for h in handles if (self.evaluate(h, 'location.href') or '').startswith('moz-extension:')), None)
+        tab = poll(shown)
+        if not tab:
+            raise RuntimeError('no tab opened for %s' % url)
         return tab
 
     def close_tab(self, tab):
         self.command('WebDriver:CloseWindow', tab=tab)
         self.current = None
         if self.tab and tab != self.tab:  # new windows open from a live one
-            self.command('WebDriver:SwitchToWindow', {'handle': self.tab, 'focus': True}, tab=None)
+            self.command('WebDriver:SwitchToWindow', {'handle': self.tab, 'focus': True})
             self.current = self.tab
 
     def evaluate(self, tab, expression):
         try:
             return self.command('WebDriver:ExecuteScript', {'script': 'return (%s);' % expression, 'args': []}, tab=tab)
-        except MarionetteError as error:
+        except RuntimeError as error:
             if 'javascript error' in str(error) or 'no such window' in str(error):
                 return None  # the page threw, or is not there yet
             raise
@@ -169,43 +166,16 @@ class FirefoxEngine(BridgeEngine):
         with open(path, 'wb') as f:
             f.write(base64.b64decode(shot))
 
-    def popup_url(self, origin):
-        return 'moz-extension://%s/popup.html?origin=%s' % (EXTENSION_UUID, urllib.parse.quote(origin, safe=''))
-
-    def write_system_policy(self):
-        """The administrator's policy approving the portal, in the system's policies.json (none may be there)."""
-        if os.path.exists(POLICIES):
-            raise RuntimeError('%s exists: an installed run will not replace an administrator\'s policies' % POLICIES)
-        folder = os.path.dirname(POLICIES)
-        while not os.path.isdir(folder):
-            self.policy_made.append(folder)
-            folder = os.path.dirname(folder)
-        write_json(POLICIES, {'policies': {'3rdparty': {'Extensions': {self.id: self.policy_settings()}}}})
-        self.policy_made.insert(0, POLICIES)
-        self.policy = POLICIES
-
     def quit(self):
         """Asks Firefox to quit; BridgeEngine.close ends what lingers of its session. Removes a system
         policy it wrote."""
         try:
             if self.marionette:
-                with contextlib.suppress(MarionetteError):
+                with contextlib.suppress(RuntimeError):
                     self.marionette.command('Marionette:Quit', {'flags': ['eForceQuit']})
                 self.marionette.close()
                 self.marionette = None
         finally:
-            for path in self.policy_made:  # the file, then the folders from the deepest
-                with contextlib.suppress(OSError):
-                    os.rmdir(path) if os.path.isdir(path) else os.remove(path)
-            self.policy_made = []
-
-
-def write_json(path, value):
-    os.makedirs(os.path.dirname(path), exist_ok=True)
-    with open(path, 'w') as f:
-        json.dump(value, f, indent=2)
-
-
-def read_port(path):
-    text = read(path).strip()
-    return int(text) if text.isdigit() else None
+            if self.policy_made:
+                shutil.rmtree(self.policy_made) if os.path.isdir(self.policy_made) else os.remove(self.policy_made)
+                self.policy_made = None

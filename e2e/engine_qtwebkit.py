@@ -4,13 +4,13 @@ import json
 import os
 import subprocess
 
+from demo_setup import WAIT
+
 QT_PYTHON = '/usr/bin/python3'  # the Qt bindings live with Debian's interpreter
-WAIT = 60  # seconds: the longest wait for what a visit expects
 
 
 class QtWebKitEngine:
     name = 'qtwebkit'
-    screenshot_name = 'portal-after-install.png'
     bridge = False
 
     # The plug-in runs in the browser: no host. The browser always has a window (under Xvfb without a display).

@@ -5,10 +5,6 @@ import json
 import socket
 
 
-class MarionetteError(Exception):
-    pass
-
-
 class Marionette:
     def __init__(self, port, timeout=60):
         self.socket = socket.create_connection(('127.0.0.1', port), timeout=timeout)
@@ -16,7 +12,7 @@ class Marionette:
         self.next = 0
         hello = self._receive()
         if hello.get('marionetteProtocol') != 3:
-            raise MarionetteError('not a Marionette server (protocol 3): %r' % hello)
+            raise RuntimeError('not a Marionette server (protocol 3): %r' % hello)
 
     def _receive(self):
         """The next message: its length in decimal, a colon, its JSON text."""
@@ -27,28 +23,28 @@ class Marionette:
             try:
                 chunk = self.socket.recv(65536)
             except OSError as error:
-                raise MarionetteError('the browser is gone (%s)' % error)
+                raise RuntimeError('the browser is gone (%s)' % error)
             if not chunk:
-                raise MarionetteError('the browser closed the connection')
+                raise RuntimeError('the browser closed the connection')
             self.buffer += chunk
         text, self.buffer = rest[:int(length)], rest[int(length):]
         return json.loads(text)
 
     def command(self, name, parameters=None):
-        """The command's result (the "value" member when that is all there is); MarionetteError when the
+        """The command's result (the "value" member when that is all there is); RuntimeError when the
         browser answers with an error or is gone."""
         self.next += 1
         text = json.dumps([0, self.next, name, parameters or {}]).encode()
         try:
             self.socket.sendall(b'%d:%s' % (len(text), text))
         except OSError as error:
-            raise MarionetteError('%s: the browser is gone (%s)' % (name, error))
+            raise RuntimeError('%s: the browser is gone (%s)' % (name, error))
         while True:
             kind, ident, error, result = self._receive()
             if kind == 1 and ident == self.next:
                 break
         if error:
-            raise MarionetteError('%s: %s: %s' % (name, error.get('error'), error.get('message')))
+            raise RuntimeError('%s: %s: %s' % (name, error.get('error'), error.get('message')))
         if isinstance(result, dict) and list(result) == ['value']:
             return result['value']
         return result

@@ -40,28 +40,20 @@ function parameters() {
   return mode == 'probe' ? [['_probevpn', '1']] : null;
 }
 
-function element(tag, given) {
+function element(tag, attributes) {
   var made = document.createElement(tag);
-  [['type', PLUGIN_TYPE], ['width', '2'], ['height', '2']].concat(given || []).forEach(function (pair) {
-    made.setAttribute(pair[0], pair[1]);
-  });
+  attributes.forEach(function (pair) { made.setAttribute(pair[0], pair[1]); });
   return made;
 }
 
 function embed() {
   var given = parameters();
   if (!given) return;
-  var object = element('object');
-  given.forEach(function (pair) { object.appendChild(param(pair)); });
-  object.appendChild(element('embed', given));
+  var sized = [['type', PLUGIN_TYPE], ['width', '2'], ['height', '2']];
+  var object = element('object', sized);
+  given.forEach(function (pair) { object.appendChild(element('param', [['name', pair[0]], ['value', pair[1]]])); });
+  object.appendChild(element('embed', sized.concat(given)));
   document.body.appendChild(object);
-}
-
-function param(pair) {
-  var made = document.createElement('param');
-  made.setAttribute('name', pair[0]);
-  made.setAttribute('value', pair[1]);
-  return made;
 }
 
 var mimeType = navigator.mimeTypes[PLUGIN_TYPE];

@@ -27,11 +27,8 @@ function c_addcomm(message) { note('c_addcomm: ' + message); return answers.leng
 function VPNNotInstalled() { note('not installed'); return hostile(); }
 
 var e = document.createElement('embed');
-e.setAttribute('type', 'application/x-orvane-sslvpn');
-e.setAttribute('width', '1');
-e.setAttribute('height', '1');
-e.setAttribute('last_param', '1');
-e.setAttribute('user', 'forge');
+[['type', 'application/x-orvane-sslvpn'], ['width', '1'], ['height', '1'], ['last_param', '1'], ['user', 'forge']]
+  .forEach(function (pair) { e.setAttribute(pair[0], pair[1]); });
 document.getElementById('plugin').appendChild(e);
 document.getElementById('status').textContent = 'Working: connect';
 
