@@ -20,9 +20,7 @@ def main():
     url, until, seconds = sys.argv[1], sys.argv[2], float(sys.argv[3])
     screenshot = sys.argv[4] if len(sys.argv) > 4 else None
     app = QApplication([sys.argv[0]])
-    settings = QWebSettings.globalSettings()
-    settings.setAttribute(QWebSettings.PluginsEnabled, True)
-    settings.setAttribute(QWebSettings.JavascriptEnabled, True)
+    QWebSettings.globalSettings().setAttribute(QWebSettings.PluginsEnabled, True)
     view = QWebView()
     view.resize(800, 500)
     view.load(QUrl(url))

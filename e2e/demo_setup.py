@@ -2,6 +2,7 @@
 folder with the test plug-in and a signed package, the demo portal served on loopback by Python's http.server,
 and the test plug-in's install root, where the installer puts the stand-in service
 (build/tests/support/fake_tunvo_service)."""
+import contextlib
 import os
 import shutil
 import signal
@@ -93,8 +94,9 @@ class DemoPortal:
     def start_server(self, argv):
         return subprocess.Popen(argv, stderr=open(os.path.join(self.work, 'server.log'), 'w'))
 
-    def url(self, query='', page='index.html'):
-        return 'http://127.0.0.1:%d/%s%s' % (self.port, page, '?' + query if query else '')
+    def url(self, query='', page='index.html', site='127.0.0.1'):
+        """The portal's page; under another name `site`, another site (names under .test reach the server too)."""
+        return 'http://%s:%d/%s%s' % (site, self.port, page, '?' + query if query else '')
 
     def reset_root(self):
         """Stops the service and leaves an empty test root (with var/run/)."""
@@ -109,15 +111,11 @@ class DemoPortal:
     def stop_service(self):
         """Kills the process the test root's pid file names, when it is the installed service."""
         pid = self.service_pid()
-        if not pid:
-            return
-        argv0 = read('/proc/%d/cmdline' % pid).split('\0')[0]
-        if not argv0 or os.path.realpath(argv0) != os.path.realpath(os.path.join(self.root, 'tunvo_x86_64')):
-            return  # gone, or a stale pid file naming someone else's process
-        try:
-            os.kill(pid, signal.SIGKILL)
-        except ProcessLookupError:
-            pass
+        argv0 = read('/proc/%d/cmdline' % pid).split('\0')[0] if pid else ''
+        # Not when it is gone, or when a stale pid file names someone else's process.
+        if argv0 and os.path.realpath(argv0) == os.path.realpath(os.path.join(self.root, 'tunvo_x86_64')):
+            with contextlib.suppress(ProcessLookupError):
+                os.kill(pid, signal.SIGKILL)
 
     def close(self):
         self.stop_service()

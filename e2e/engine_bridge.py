@@ -13,8 +13,7 @@ A portal origin is approved in one of two ways, both exercised by a run:
 
 A browser driver provides: launch(run) (host manifest, policy, the browser), extension_base (where the
 extension's pages are), open_tab(url), close_tab(tab), go(tab, url), evaluate(tab, expression) (the value,
-awaited when a promise, or None when it throws), screenshot(tab, path), browser_pid, log_words (what marks its
-log's lines of interest), quit()."""
+awaited when a promise, or None when it throws), screenshot(tab, path), browser_pid, quit()."""
 import contextlib
 import json
 import os
@@ -36,11 +35,10 @@ class BridgeEngine:
     bridge = True  # the plug-in runs in passway-host: the bridge's own checks apply
 
     def __init__(self, build, source, host, window=False, installed=False):
-        self.window = window    # a browser window on $DISPLAY instead of a headless browser
-        self.source = source
-        # installed: the Debian package's host and extension, the browser started by its own launcher with
-        # nothing of ours on its command line (the package must be all it needs)
-        self.installed = installed
+        # window: a browser window on $DISPLAY instead of a headless browser; installed: the Debian package's
+        # host and extension, the browser started by its own launcher with nothing of ours on its command line
+        # (the package must be all it needs)
+        self.window, self.source, self.installed = window, source, installed
         if installed:
             self.program, host = self.installed_program, '/usr/lib/passway/passway-host'
         self.host = os.path.realpath(host) if host else ''
@@ -50,12 +48,10 @@ class BridgeEngine:
         self.policy_rules = {}  # the policy's other settings (allowUserApprovals, allowPlainHttp, more origins)
 
     def missing(self):
-        if not os.access(self.program, os.X_OK):
-            return '%s is missing (%s)' % (self.name, self.program)
-        if not os.access(self.host, os.X_OK):
-            return 'passway-host is not built (%s)' % self.host
-        if not os.path.exists(os.path.join(self.extension, 'manifest.json')):
-            return 'the extension is not built (%s)' % self.extension
+        for what, path in [(self.name, self.program), ('passway-host', self.host),
+                           ('the extension', os.path.join(self.extension, 'manifest.json'))]:
+            if not os.path.exists(path):
+                return '%s is missing (%s)' % (what, path)
         return None
 
     def write_host_manifest(self, run, folder):
@@ -206,7 +202,7 @@ class BridgeEngine:
     # ---- what the bridge's own checks look at ----------------------------------------------------
     def log_tail(self):
         with open(self.log_path, errors='replace') as f:
-            lines = [line for line in f if any(word in line.lower() for word in self.log_words)]
+            lines = [line for line in f if any(word in line.lower() for word in ('passway', 'native', 'console'))]
         return 'browser log (passway lines, tail):\n%s\nhost log (tail):\n%s' % (
             ''.join(lines[-40:]), read(getattr(self, 'host_log', ''))[-3000:])
 

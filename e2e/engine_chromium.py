@@ -26,7 +26,6 @@ class ChromiumEngine(BridgeEngine):
     program = CHROMIUM
     installed_program = '/usr/bin/chromium'  # Debian's launcher: it loads /usr/share/chromium/extensions/*
     installed_extension = '/usr/share/chromium/extensions/passway'
-    log_words = ('passway', 'console', 'nativemessaging')
 
     def __init__(self, build, source, host, window=False, installed=False, forcelist=False):
         super().__init__(build, source, host, window, installed)

@@ -34,7 +34,6 @@ class FirefoxEngine(BridgeEngine):
     installed_program = '/usr/bin/firefox-esr'
     installed_extension = '/usr/share/mozilla/extensions/{ec8030f7-c20a-464f-9b0e-13a3a9e97384}/passway@orvane.com'
     extension_base = 'moz-extension://' + EXTENSION_UUID
-    log_words = ('passway', 'native')
 
     def __init__(self, build, source, host, window=False, installed=False):
         super().__init__(build, source, host, window, installed)
@@ -61,28 +60,24 @@ class FirefoxEngine(BridgeEngine):
         os.makedirs(os.path.dirname(installed_xpi), exist_ok=True)
         if not self.installed and not os.path.exists(installed_xpi):  # a copy anew would be an update at restart
             shutil.copy(self.xpi, installed_xpi)
-        prefs = {} if self.installed else {
-            'xpinstall.signatures.required': False,   # the extension is not signed
-            'extensions.autoDisableScopes': 0,         # a profile's own extension starts enabled
-        }
-        prefs.update({
-            'extensions.webextensions.uuids': json.dumps({self.id: EXTENSION_UUID}),
-            'marionette.port': 0,                      # any free port, written to MarionetteActivePort
-            'devtools.console.stdout.chrome': True,    # the extension's console goes to the browser log
-            'browser.shell.checkDefaultBrowser': False,
-            'datareporting.policy.dataSubmissionEnabled': False,
-            'toolkit.telemetry.reportingpolicy.firstRun': False,
-            'browser.startup.homepage_override.mstone': 'ignore',
+        prefs = {
+            # The extension's pages at a fixed address; Marionette on any free port (written to
+            # MarionetteActivePort); the extension's console in the browser log.
+            'extensions.webextensions.uuids': json.dumps({self.id: EXTENSION_UUID}), 'marionette.port': 0,
+            'devtools.console.stdout.chrome': True,
+            # No first-run pages, reports or updates.
+            'browser.shell.checkDefaultBrowser': False, 'datareporting.policy.dataSubmissionEnabled': False,
+            'toolkit.telemetry.reportingpolicy.firstRun': False, 'browser.startup.homepage_override.mstone': 'ignore',
             'app.update.disabledForTesting': True,
             # Every name is the portal's server: names under .test are other sites on it (plain http, not
             # loopback by name), tried over http as typed.
-            'network.dns.forceResolve': '127.0.0.1',
-            'dom.security.https_first': False,
+            'network.dns.forceResolve': '127.0.0.1', 'dom.security.https_first': False,
             'dom.security.https_first_schemeless': False,
             # A run restarts the browser on its profile: it starts with one blank tab, none restored.
-            'browser.sessionstore.resume_from_crash': False,
-            'browser.startup.page': 0,
-        })
+            'browser.sessionstore.resume_from_crash': False, 'browser.startup.page': 0,
+        }
+        if not self.installed:  # the profile's own extension, not signed, starts enabled
+            prefs.update({'xpinstall.signatures.required': False, 'extensions.autoDisableScopes': 0})
         with open(os.path.join(profile, 'user.js'), 'w') as f:
             f.writelines('user_pref(%s, %s);\n' % (json.dumps(name), json.dumps(value)) for name, value in prefs.items())
 

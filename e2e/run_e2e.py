@@ -110,10 +110,6 @@ class Run(DemoPortal):
     def service_ended(self, seconds=30):
         return poll(lambda: self.service_pid() == 0, seconds)
 
-    def site(self, name, query='', page='index.html'):
-        """The portal's page under another name: another site (names under .test reach the portal's server)."""
-        return self.url(query, page).replace('//127.0.0.1:', '//%s:' % name)
-
     def install_query(self, signature):
         return 'mode=install&size=%d&signature=%s' % (self.size, urllib.parse.quote(signature))
 
@@ -185,7 +181,8 @@ def probe(run):
     before = run.run_file('requests.log').count('\n')
     page = run.visit('mode=probe', 'transcript.length > 0')
     after = run.run_file('requests.log').splitlines()[before:]
-    check(len(after) == 1 and after[0].startswith('GET /vpn.php?INFO '), 'probe: the service was asked %r, not ?INFO once' % after)
+    check(len(after) == 1 and after[0].startswith('GET /vpn.php?INFO '),
+          'probe: the service was asked %r, not ?INFO once' % after)
     check(page == ['c_addcomm: ack:INFO'], 'probe: the page heard %r' % page)
     run.stop_service()
 
@@ -245,7 +242,7 @@ def user_approval(run):
     # installed (visit 5 left none), a connecting element tells the page so: the plug-in's first call.
     engine, origin = run.engine, 'http://localhost:%d' % run.port
     hosts, elements = engine.host_processes(), run.created()
-    with engine.opened(run.site('localhost', 'mode=connect&answers=hello')) as tab:
+    with engine.opened(run.url('mode=connect&answers=hello', site='localhost')) as tab:
         engine.loaded(tab)
         check(engine.popup_row(origin)[1], 'unapproved: the extension did not ask the user about %s' % origin)
         badge, title = engine.tab_signal(origin + '/')[:2]
@@ -313,7 +310,7 @@ def approval_rules(run):
     hosts = engine.host_processes()
 
     # A site with no element of the plug-in's kind: no badge, nothing kept, no host, however busy the page.
-    with engine.opened(run.site('plain.test', page='ordinary.html')) as tab:
+    with engine.opened(run.url(page='ordinary.html', site='plain.test')) as tab:
         poll(lambda: engine.holds(tab, 'done'))
         badge, _, waiting, _ = engine.tab_signal('http://plain.test:%d/' % port)
     check(badge == '' and waiting is None, 'ordinary site: badge %r, waiting %r' % (badge, waiting))
@@ -323,7 +320,7 @@ def approval_rules(run):
     # popup names both and warns of plain http; allowing it approves the site that frames it.
     top = 'http://top.test:%d' % port
     elements = run.created()
-    with engine.opened(run.site('top.test', 'src=' + urllib.parse.quote(run.url('mode=probe'), safe=''), 'framed.html')) as tab:
+    with engine.opened(run.url('src=' + urllib.parse.quote(run.url('mode=probe'), safe=''), 'framed.html', 'top.test')) as tab:
         engine.loaded(tab)
         said, offered = engine.popup_row(engine.portal_origin)
         check(offered and 'inside a page of ' + top in said and 'Not encrypted' in said,
@@ -354,7 +351,7 @@ def policy_rules(run):
     hosts, elements = engine.host_processes(), run.created()
     for origin, name, words in [(mine, 'localhost', 'allows only the portals it lists'),
                                 (insecure, 'insecure.test', 'does not allow portals over plain http')]:
-        with engine.opened(run.site(name, 'mode=probe')) as tab:
+        with engine.opened(run.url('mode=probe', site=name)) as tab:
             engine.loaded(tab)
             said, offered = engine.popup_row(origin)
             badge, title = engine.tab_signal(origin + '/')[:2]
@@ -481,10 +478,8 @@ def main():
     if engine.bridge and not engine.host:
         print('e2e (%s): this build has no passway-host' % engine.name)
         return 77
-    if args.installed or args.forcelist:
-        visits = INSTALLED_VISITS
-    else:
-        visits = VISITS + (BRIDGE_VISITS if engine.bridge else [])
+    visits = VISITS + (BRIDGE_VISITS if engine.bridge else [])
+    visits = INSTALLED_VISITS if args.installed or args.forcelist else visits
     try:
         with installed_package(build) if args.installed else contextlib.nullcontext():
             return run_visits(build, source, engine, visits, args.only, CLIENT_ROOT if args.installed else None)

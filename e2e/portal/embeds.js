@@ -4,11 +4,10 @@
 var transcript = [];
 var done = false;
 
-function record(name) {
-  return function () { transcript.push(name + '(' + Array.prototype.map.call(arguments, JSON.stringify).join(',') + ')'); };
-}
 ['VPNNotInstalled', 'VPNInstallationOK', 'VPNInstallationFailed', 'onTunvoDownloadStart', 'onTunvoDownloadProgress',
- 'onTunvoDownloadDone', 'onTunvoInstalling', 'c_addcomm'].forEach(function (name) { window[name] = record(name); });
+ 'onTunvoDownloadDone', 'onTunvoInstalling', 'c_addcomm'].forEach(function (name) {
+  window[name] = function () { transcript.push(name + '(' + Array.prototype.map.call(arguments, JSON.stringify).join(',') + ')'); };
+});
 
 function param(name, value) {
   var p = document.createElement('param');
