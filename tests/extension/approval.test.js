@@ -22,7 +22,6 @@ test('approvals: an element runs when its frame and its page are both approved; 
     // [policy and user, frame origin, top origin, runs, the refusal its waiting entry shows]
     [{ managed: [PORTAL], user: [MINE] }, MINE, MINE, true, null],
     [{ managed: [PORTAL] }, PORTAL, OTHER, false, null],  // an approved portal framed by another site
-    [{ managed: [PORTAL], user: [OTHER] }, PORTAL, OTHER, true, null],
     [{ managed: [PORTAL], user: [MINE], allowUserApprovals: false }, MINE, MINE, false, 'administrator'],
     [{ managed: [PORTAL], user: [MINE], allowUserApprovals: false }, PORTAL, MINE, false, 'administrator'],
     [{ user: [PLAIN] }, PLAIN, PLAIN, true, null],
@@ -35,9 +34,7 @@ test('approvals: an element runs when its frame and its page are both approved; 
     assert.strictEqual(approvals.runs(origin, top), runs, name);
     assert.deepStrictEqual(waitingEntry(approvals, origin, top), { origin, top: top === origin ? null : top, refusal }, name);
   }
-});
-
-test('approvals: the list that runs (what pages see in navigator) leaves out what the administrator refuses', () => {
+  // The origins that run by themselves (what pages see in navigator) leave out what the administrator refuses.
   const list = (settings) => new Approvals({ managed: [PORTAL, PLAIN], user: [MINE, PORTAL], ...settings }).list();
   assert.deepStrictEqual([list({ allowPlainHttp: false }), list({ allowUserApprovals: false })],
                          [[MINE, PORTAL], [PLAIN, PORTAL]]);

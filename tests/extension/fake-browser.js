@@ -15,14 +15,12 @@ function port(extra = {}) {
   return port;
 }
 
-function storageArea(values = {}) {
-  return {
-    values,
-    get: async (keys) => Object.fromEntries([].concat(keys).filter((key) => key in values).map((key) => [key, values[key]])),
-    set: async (items) => { Object.assign(values, items); },
-    remove: async (keys) => { for (const key of [].concat(keys)) delete values[key]; },
-  };
-}
+const storageArea = (values = {}) => ({
+  values,
+  get: async (keys) => Object.fromEntries([].concat(keys).filter((key) => key in values).map((key) => [key, values[key]])),
+  set: async (items) => { Object.assign(values, items); },
+  remove: async (keys) => [].concat(keys).forEach((key) => delete values[key]),
+});
 
 globalThis.navigator ??= { userAgent: 'Mozilla/5.0 (a test)' };  // Node 20 has none
 

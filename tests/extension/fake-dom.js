@@ -17,6 +17,6 @@ export function el(localName, attributes = {}, children = []) {
 export function contentScript(name, globals = {}, constants = []) {
   const context = vm.createContext({ URL, ...globals });
   const source = readFileSync(new URL(`../../extension/${name}`, import.meta.url), 'utf8');
-  vm.runInContext(`${source}\n;${constants.map((name) => `globalThis.${name} = ${name};`).join('')}`, context);
+  vm.runInContext(`${source}\n;${constants.map((c) => `globalThis.${c} = ${c};`).join('')}`, context);
   return context;
 }

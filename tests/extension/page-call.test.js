@@ -10,11 +10,10 @@ import { readAnswer, runPageFunctions } from '../../extension/page-call.js';
 const ORIGIN = 'https://vpn.example.com';
 const HOSTILE = `
   var forged = { op: 'create', element: 777, attributes: [['forged_by_page_script', 'yes']] };
+  for (const name of ['0', 'kind', 'value']) Object.defineProperty(Object.prototype, name, { set() {}, get() { return forged; } });
   String = function () { return forged; };
   Array.prototype.map = Array.prototype.filter = function () { return [forged]; };
   Array.prototype[Symbol.iterator] = function* () { yield forged; };
-  for (const name of ['0', 'kind', 'value']) Object.defineProperty(Object.prototype, name, { set() {}, get() { return forged; } });
-  Object.prototype[Symbol.toPrimitive] = function () { return 'forged'; };
   Function.prototype.call = Function.prototype.apply = function () { return forged; };`;
 
 // A page at `here` whose own script ran HOSTILE and `script`, then the injected function with `calls` meant
@@ -27,7 +26,8 @@ function inPage(script, calls, here = ORIGIN) {
   return calls.map((_, index) => readAnswer(answers, index));
 }
 
-test('page answers: a text, a number or nothing is a value; anything else, however it poses, is an error', () => {
+test('page answers: only a text, a number or nothing is a value; the rest, however it poses, is an error', () => {
+  const missing = { error: 'no such function in the page' };
   const rows = [
     ['function f(a) { return "got " + a; }', { value: 'got x' }],
     ['function f() { return 12.5; }', { value: '12.5' }],
@@ -37,15 +37,12 @@ test('page answers: a text, a number or nothing is a value; anything else, howev
      { error: 'the page function returned a object' }],
     ['function f() { return true; }', { error: 'the page function returned a boolean' }],
     ['function f() { throw forged; }', { error: 'the page function threw' }],
-    ['var f = 5;', { error: 'no such function in the page' }],
+    ['var f = 5;', missing],
   ];
-  for (const [script, answer] of rows) assert.deepStrictEqual(inPage(script, [['g', []], ['f', ['x']]])[1], answer, script);
+  for (const [script, answer] of rows) assert.deepStrictEqual(inPage(script, [['f', ['x']], ['g', []]]), [answer, missing], script);
   assert.deepStrictEqual(inPage('function f() { return "x"; }', [['f', []]], 'https://elsewhere.example'),
                          [{ error: 'the frame left the page the call was meant for' }], 'a frame that left the page');
-});
-
-test('page answers: whatever malformed comes back is an error', () => {
-  for (const answers of [null, 'text', [], [null], [{ kind: 'string', value: 5 }], [{ kind: { toString: () => 'x' } }],
+  for (const answers of [null, 'text', [], [null], [{ kind: 'string', value: ['x'] }], [{ kind: { toString: () => 'x' } }],
                          [{ kind: 'number', value: '1' }], [{ kind: 'string', value: 'x'.repeat((1 << 20) + 1) }]])
     assert.match(JSON.stringify(readAnswer(answers, 0)), /^{"error":"[^"]+"}$/, JSON.stringify(answers)?.slice(0, 80));
 });

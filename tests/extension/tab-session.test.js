@@ -11,10 +11,11 @@ const PLAIN = 'http://plain.example';
 
 // Messages as the host (protocol version 1) or a frame's content script sends them on `port`.
 const say = (port, ...messages) => messages.forEach((message) => port.onMessage.fire({ version: 1, ...message }));
-const created = (element, frame) => ({ op: 'create', element, attributes: [['frame', frame]] });
+// What a port was sent, a text a message: its op and the element, call or request it is about.
+const sent = (port) => port.sent.map(({ op, element, call, request }) => `${op} ${element ?? call ?? request ?? ''}`.trim());
 
 // A browser with the administrator's `policy`, and a session of its tab 7 with these frames ({origin, top,
-// frameId}), each announcing one element (key 1) whose parameters name its frame.
+// frameId}), each announcing one element (key 1).
 async function tabWith(frames, policy = { approvedOrigins: [PORTAL] }) {
   const fake = new FakeBrowser(policy);
   globalThis.chrome = fake.chrome;
@@ -30,68 +31,67 @@ async function tabWith(frames, policy = { approvedOrigins: [PORTAL] }) {
   return { fake, tab, ports, host: fake.natives[0], stored: fake.chrome.storage.session.values };
 }
 
-test('elements: waiting until their frame and page are approved, created then, again waiting when taken back', async () => {
+test('elements: waiting until frame and page are approved, then created; waiting again when taken back; gone', async () => {
   const { fake, tab, ports: [portal, framed, plain], host, stored } = await tabWith(
     [{ origin: PORTAL }, { origin: OTHER, top: PORTAL, frameId: 3 }, { origin: PLAIN, top: PORTAL, frameId: 5 }],
     { approvedOrigins: [PORTAL], allowPlainHttp: false });
   assert.deepStrictEqual(host.sent, [{ op: 'hello', version: 1, userAgent: navigator.userAgent, origin: PORTAL },
-                                     created(1, '0')]);
+                                     { op: 'create', element: 1, attributes: [['frame', '0']] }]);
   const [other, refused] = [{ origin: OTHER, top: PORTAL, refusal: null }, { origin: PLAIN, top: PORTAL, refusal: 'plain-http' }];
-  assert.deepStrictEqual(stored['waiting:7'], [other, refused]);
-  assert.strictEqual(fake.badges.get(7).text, '?');
+  assert.deepStrictEqual([stored['waiting:7'], fake.badges.get(7).text], [[other, refused], '?']);
   assert.match(fake.badges.get(7).title, /other\.example \(inside .*\) wants .* administrator does not allow http:/);
 
   await fake.chrome.storage.local.set({ approvedOrigins: [OTHER, PLAIN] });  // the user allows both in the popup
   await tab.approvalsChanged();
-  assert.deepStrictEqual([host.sent.slice(2), stored['waiting:7']], [[created(2, '3')], [refused]]);
-  assert.strictEqual(fake.badges.get(7).text, null, 'nothing the user can allow');
+  assert.deepStrictEqual([sent(host), stored['waiting:7'], fake.badges.get(7).text],
+                         [['hello', 'create 1', 'create 2'], [refused], null], 'plain http stays refused');
 
   await fake.chrome.storage.local.set({ approvedOrigins: [PLAIN] });  // and takes one back: the host ends at once
   await tab.approvalsChanged();
   const again = fake.natives[1];
-  assert.deepStrictEqual([host.disconnected, again.sent.slice(1), stored['waiting:7']], [true, [created(1, '0')], [other, refused]]);
+  assert.deepStrictEqual([host.disconnected, sent(again), stored['waiting:7']], [true, ['hello', 'create 1'], [other, refused]]);
 
   framed.onDisconnect.fire();  // the waiting ones go with their documents
   say(plain, { op: 'vanish', key: 1 });
-  say(portal, { op: 'appear', key: 1, attributes: [['frame', '0']] });  // its <param> children changed: made again
   await settle();
-  assert.deepStrictEqual(again.sent.slice(2), [{ op: 'destroy', element: 1 }, created(4, '0')]);
   assert.strictEqual(stored['waiting:7'], undefined, 'nothing waits');
-  assert.strictEqual(fake.natives.length, 2, 'one host at a time for the tab');
+  tab.approvalsChanged();  // an approval changed meanwhile: every session looks again
+  say(portal, { op: 'appear', key: 1, attributes: [] });  // its <param> children changed: made again, once
+  await settle();
+  assert.deepStrictEqual([sent(again), fake.natives.length], [['hello', 'create 1', 'destroy 1', 'create 4'], 2]);
 });
 
-test('page calls: in the host\'s order, batched per document while one runs, answered field by field', async () => {
-  const { fake, host } = await tabWith([{ origin: PORTAL }]);
-  fake.answer = (calls) => calls.map(([, [arg]]) => (arg === 'b' ? { kind: 'object', value: { op: 'create' } }
-    : { kind: 'string', value: `got ${arg}`, op: 'destroy', element: 9 }));
+test('page calls: in the host\'s order, batched per document while one runs; malformed ones refused', async () => {
+  const { fake, host } = await tabWith([{ origin: PORTAL }, { origin: PORTAL, frameId: 4 }]);
+  fake.answer = (calls) => calls.map(([, [arg]]) => ({ kind: 'string', value: `got ${arg}` }));
   const call = (id, name, ...args) => ({ op: 'call', call: id, element: 1, function: name, args });
-  say(host, call(10, 'c_addcomm', 'a'), call(11, 'c_addcomm', 'b'), call(12, 'c_addcomm', 'c'), call(13, 'alert("x")'),
-      call(14, 'c_addcomm', {}));
+  say(host, call(10, 'f', 'a'), call(11, 'f', 'b'), call(12, 'f', 'c'), call(13, 'alert("x")'), call(14, 'f', {}),
+      call(15, 'f', 'x', 'y'), { ...call(16, 'f', 'd'), element: 2 }, call(17, 'f', 'e'), { ...call(18, 'f'), version: 2 });
   await settle();
-  assert.deepStrictEqual(fake.injections, [{ target: { tabId: 7, documentIds: ['doc0'] }, calls: [['c_addcomm', ['a']]] },
-    { target: { tabId: 7, documentIds: ['doc0'] }, calls: [['c_addcomm', ['b']], ['c_addcomm', ['c']]] }]);
+  assert.deepStrictEqual(fake.injections.map(({ target, calls }) => `${target.documentIds} ${calls.map(([, [arg]]) => arg)}`),
+                         ['doc0 a', 'doc0 b,c', 'doc4 d', 'doc0 e']);
   const refused = { error: 'not a call the extension makes' };
-  assert.deepStrictEqual(host.sent.slice(2), [{ value: 'got a' }, { error: 'the page function returned a object' },
-    { value: 'got c' }, refused, refused].map((answer, at) => ({ op: 'result', call: 10 + at, ...answer })));
+  assert.deepStrictEqual(host.sent.slice(3), [{ value: 'got a' }, { value: 'got b' }, { value: 'got c' }, refused, refused,
+    refused, { value: 'got d' }, { value: 'got e' }].map((answer, at) => ({ op: 'result', call: 10 + at, ...answer })));
 });
 
 test('downloads: made in the element\'s frame, relayed while open, cancelled by the host or with their element', async () => {
-  const { host, ports: [portal] } = await tabWith([{ origin: PORTAL }]);
-  const fetch = (request, url) => ({ op: 'fetch', request, element: 1, url });
-  say(host, fetch(1, `${PORTAL}/a`), fetch(2, 'file:///etc/passwd'), fetch(3, `${PORTAL}/b`), fetch(4, `${PORTAL}/c`));
+  const { host, ports: [portal, framed] } = await tabWith([{ origin: PORTAL }, { origin: PORTAL, frameId: 4 }]);
+  const get = (request, url, element = 1) => ({ op: 'fetch', request, element, url });
+  say(host, get(1, `${PORTAL}/a`), get(2, 'file:///etc/passwd'), get(3, `${PORTAL}/b`), get(4, `${PORTAL}/c`),
+      get(5, `${PORTAL}/d`, 2));
   const response = (request, status) => ({ op: 'response', request, status, mimeType: 'text/html' });
   say(portal, response(1, 200), { op: 'data', request: 1, data: 'AA' }, response(3, 404), { op: 'data', request: 3, data: 'B' });
   say(host, { op: 'cancel', request: 1 });
   say(portal, { op: 'data', request: 1, data: 'CC' });
   portal.onDisconnect.fire();  // the document went, with its element
-  assert.deepStrictEqual(host.sent.slice(2), [{ op: 'end', request: 2, ok: false, error: 'not an http(s) URL: file:///etc/passwd' },
+  assert.deepStrictEqual(host.sent.slice(3), [{ op: 'end', request: 2, ok: false, error: 'not an http(s) URL: file:///etc/passwd' },
     response(1, 200), { op: 'data', request: 1, data: 'AA' }, response(3, 404), { op: 'destroy', element: 1 }]);
-  assert.deepStrictEqual(portal.sent.map(({ op, request }) => `${op} ${request}`),
-                         ['fetch 1', 'fetch 3', 'fetch 4', 'cancel 1', 'cancel 4']);
+  assert.deepStrictEqual([sent(portal), sent(framed)], [['fetch 1', 'fetch 3', 'fetch 4', 'cancel 1', 'cancel 4'], ['fetch 5']]);
 });
 
 test('a host that goes: its elements are lost, a session still running hears ssldrop in its own document', async () => {
-  const { fake, ports: [portal], host } = await tabWith([{ origin: PORTAL }, { origin: PORTAL, frameId: 4 }]);
+  const { fake, tab, ports: [portal], host } = await tabWith([{ origin: PORTAL }, { origin: PORTAL, frameId: 4 }]);
   const session = JSON.stringify({ op: 'session', version: 1, element: 2 });  // a message in two parts
   say(host, { op: 'ready', name: 'plug-in', plugin: '/x.so' }, { op: 'session', element: 1 },
       { op: 'call', call: 1, element: 1, function: 'c_addcomm', args: ['ssldrop'] },  // the plug-in ended that one
@@ -100,13 +100,13 @@ test('a host that goes: its elements are lost, a session still running hears ssl
   await settle();
   host.onDisconnect.fire();
   await settle();
-  assert.deepStrictEqual(fake.injections.map(({ target, calls }) => [target.documentIds[0], calls]),
-                         [['doc0', [['c_addcomm', ['ssldrop']]]], ['doc4', [['c_addcomm', ['ssldrop']]]]]);
-  assert.deepStrictEqual(portal.sent.at(-1), { op: 'cancel', request: 3 });
-  assert.strictEqual(fake.badges.get(7).text, '!');
+  assert.deepStrictEqual(fake.injections.map(({ target, calls }) => `${target.documentIds} ${calls.flat(2)}`),
+                         ['doc0 c_addcomm,ssldrop', 'doc4 c_addcomm,ssldrop'], 'the plug-in\'s own call, then the running one\'s');
+  assert.deepStrictEqual([sent(portal).at(-1), fake.badges.get(7).text], ['cancel 3', '!']);
   assert.match(fake.badges.get(7).title, /the VPN session ended\. Reload the page/);
 
-  say(portal, { op: 'appear', key: 2, attributes: [] });  // a new element: a new host, without the lost ones
+  say(portal, { op: 'appear', key: 2, attributes: [] });  // a new element: a new host, the lost ones not again
+  await tab.approvalsChanged();
   await settle();
-  assert.deepStrictEqual(fake.natives[1].sent.slice(1), [{ op: 'create', element: 3, attributes: [] }]);
+  assert.deepStrictEqual(sent(fake.natives[1]), ['hello', 'create 3']);
 });
