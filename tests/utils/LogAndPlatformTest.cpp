@@ -132,6 +132,7 @@ TEST(UFileErrorLog, WhatTheReaderSeesThroughAReopen) {
     int status = -1;
     waitpid(full, &status, 0);
     EXPECT_EQ(0, status);
+    EXPECT_EQ(5, home.log.WriteLogItem("kept\n")) << "a line written whole counts its bytes";
     setenv("HOME", "/proc/version", 1);  // not a folder: nothing can be made under it
     UFileErrorLog homeless;
     EXPECT_NE(0, homeless.Open("/proc/version/.Orvane/tunvo_plugin.log", "a"));

@@ -9,6 +9,7 @@
 #include <climits>
 #include <cstdio>
 #include <cstring>
+#include <malloc.h>
 #include <string>
 
 #include "Array"
@@ -22,6 +23,19 @@
 #include "String"
 #include "Url"
 #include "list"
+
+// Every CString buffer comes from operator new[]: while g_watchFrees is set, a block freed with "s3cret" in it
+// is noted.
+bool g_watchFrees = false, g_freedASecret = false;
+void* operator new[](size_t size) {
+    if (void* block = malloc(size != 0 ? size : 1)) return block;
+    throw std::bad_alloc();
+}
+void operator delete[](void* block) noexcept {
+    if (g_watchFrees && block != nullptr && memmem(block, malloc_usable_size(block), "s3cret", 6)) g_freedASecret = true;
+    free(block);
+}
+void operator delete[](void* block, size_t) noexcept { operator delete[](block); }
 
 namespace {
 
@@ -69,6 +83,10 @@ TEST(CStringSharing, LockedBuffersAreCopiedStayPutAndAreWiped) {
     a.SecureEmpty();
     EXPECT_EQ(locked, at(a)) << "assigning and SecureEmpty keep a locked buffer";
     EXPECT_EQ(std::string(3, '\0'), std::string(locked, 3)) << "and SecureEmpty overwrites its characters";
+    g_watchFrees = true;
+    CString("s3cret password").SecureEmpty();  // its own buffer, wiped before it goes back to the heap
+    g_watchFrees = false;
+    EXPECT_FALSE(g_freedASecret);
 }
 
 std::string str(const CString& s) { return bytes(s); }
@@ -90,7 +108,8 @@ TEST(CString, ComparesAndSearchesWithinBounds) {
         ROW(CString("abd").CompareNoCase("ABC"), "1"), ROW(z == CString("ab\0cd", 5), "1"), ROW(s[-9], "0"),
         ROW(z != CString("ab\0ce", 5), "1"), ROW(dots.Replace(".", "::"), "2"), ROW(s.ReverseFind('c'), "5"),
         ROW(s.FindOneOf("c", 6), "-1"), ROW(s.FindOneOf("xc"), "2"), ROW(s.Find("abc", 1), "3"),
-        ROW(s.Find("x", 99), "-1"), ROW(s.Find('a', -1), "-1"), ROW(s.Find('b', 2), "4"), ROW(s[6], "0")});
+        ROW(s.Find("x", 99), "-1"), ROW(s.Find('a', -1), "-1"), ROW(s.Find('b', 2), "4"), ROW(s[6], "0"),
+        ROW(CString('x', 1), "x"), ROW(CString('x', 0), "")});
     EXPECT_EQ(std::string("a::b\0a::b", 9), bytes(dots)) << "Replace goes on past a zero";
     EXPECT_THROW(dots.GetBuffer(INT_MAX), std::bad_alloc);
 }
@@ -193,11 +212,15 @@ TEST(Base64, KnownAnswersBothWaysAndOddInput) {
     }
 }
 
-// Hexadecimal text of bytes, and back: the result and the four bytes after (0xee before).
+// Hexadecimal text of bytes, and back: the result and the four bytes after (0xee before). A dump shows 16
+// bytes a line in two groups of eight, then their characters (none printable here), the last line padded.
 TEST(Hex, BytesToHexAndBack) {
+    const std::string eight = "1f 1f 1f 1f 1f 1f 1f 1f   ", dump = eight + eight + "  ........ ........ \n" +
+                                                                "1f " + std::string(49, ' ') + "  .\n";
     expectRows({ROW(BinToHex("\0\xAB\x7F", 3, 0), "00ab7f"), ROW(encodeToHex(u("a\xff")), "%61%FF"),
                 ROW(BinToHex("\0\xAB\x7F", 3, BINTOHEX_SPACED), "00 ab 7f "),
-                ROW(BinToHex(nullptr, 3, 0), ""), ROW(encodeToHexWithoutPercent(u("a\xff")), "61FF")});
+                ROW(BinToHex(nullptr, 3, 0), ""), ROW(encodeToHexWithoutPercent(u("a\xff")), "61FF"),
+                ROW(BinToHex(std::string(17, '\x1f').data(), 17, BINTOHEX_DUMP), dump)});
     // Each row: the call, what it returns and the four bytes after. An odd last digit is ignored; a bad
     // digit stops, the bytes before it stay; nothing is written past the room; reversed: the room's
     // worth, last byte first.
