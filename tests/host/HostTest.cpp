@@ -88,6 +88,7 @@ protected:
     // answering its page calls with nothing (unless answerCalls is false). A stale EINTR in errno must
     // change nothing.
     void send(const json& message) {
+        errno = EINTR;
         bridge.onFrame(message.is_string() ? message.get<std::string>() : message.dump());
         errno = EINTR;
         bridge.run();
