@@ -45,6 +45,12 @@ TEST(ErrorLog, LinesHandedToTheSinkAtALogLevel) {
         {"Str not cut", 1, [](auto& l) { l.WriteErrorStr(big.c_str()); }, {"0,,,, " + big}},
         {"null format", 3, [](auto& l) { l.WriteLog(3, nullText()); },
          {"3,,,, IUErrorLog::WriteLog(int a_iPriority, LPCTSTR lpszMsg, ...) - template is NULL\n"}},
+        {"hex: 32 bytes a line, up to the level", 5, [](auto& l) {
+             unsigned char bytes[33];
+             for (unsigned char i = 0; i < 33; ++i) bytes[i] = i;
+             l.WriteAsHex(5, bytes, 33), l.WriteAsHex(6, bytes, 1); },
+         {"5,,,,   0  1  2  3  4  5  6  7  8  9  A  B  C  D  E  F 10 11 12 13 14 15 16 17 18 19 1A 1B 1C 1D 1E 1F\n",
+          "5,,,,  20\n"}},
         {"0 is 1; changes logged", 1, [](auto& l) { l.SetLogLevel(0); l.SetLogLevel(63); l.SetLogLevel(63); },
          {"0,,,, log level has been changed to 63\n"}},
         // The level-named writes: a column of their own and a threshold each.
