@@ -28,7 +28,12 @@ export function portalOrigin(text) {
 
 // True for an http: origin whose traffic may leave the machine (anything but loopback).
 export function isPlainHttp(origin) {
-  const url = new URL(origin);
+  let url;
+  try {
+    url = new URL(origin);
+  } catch {
+    return false;  // an opaque origin ("null": a sandboxed frame, a file) is no http: one
+  }
   if (url.protocol !== 'http:') return false;
   const host = url.hostname;
   return !(host === 'localhost' || host.endsWith('.localhost') || host === '[::1]' || /^127\.\d+\.\d+\.\d+$/.test(host));

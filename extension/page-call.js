@@ -34,7 +34,9 @@ export function readAnswer(answers, index) {
   if (kind === 'string' && typeof value === 'string') {
     return value.length <= MAX_VALUE_LENGTH ? { value } : { error: 'the page function returned too long a text' };
   }
-  if (kind === 'number' && typeof value === 'number') return { value: String(value) };
+  if (kind === 'number' && typeof value === 'number') {
+    return Number.isFinite(value) ? { value: String(value) } : { error: 'the page function returned a number that is not finite' };
+  }
   return { error: `the page function returned ${typeof kind === 'string' ? `a ${kind.slice(0, 20)}` : 'something else'}` };
 }
 

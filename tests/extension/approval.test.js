@@ -13,7 +13,7 @@ const LOOP = 'http://127.0.0.1:8000';
 test('plain http: every http origin but loopback', () => {
   for (const origin of [PLAIN, 'http://10.0.0.1:8080', 'http://localhost.example.com', 'http://128.0.0.1'])
     assert.strictEqual(isPlainHttp(origin), true, origin);
-  for (const origin of [PORTAL, 'http://localhost:8080', LOOP, 'http://127.9.9.9', 'http://[::1]:1', 'http://a.localhost'])
+  for (const origin of [PORTAL, 'http://localhost:8080', LOOP, 'http://127.9.9.9', 'http://[::1]:1', 'http://a.localhost', 'null'])
     assert.strictEqual(isPlainHttp(origin), false, origin);
 });
 
@@ -27,6 +27,7 @@ test('approvals: an element runs when its frame and its page are both approved; 
     [{ user: [PLAIN] }, PLAIN, PLAIN, true, null],
     [{ managed: [LOOP, PLAIN], allowPlainHttp: false }, LOOP, PLAIN, false, 'plain-http'],  // refused by its page
     [{ managed: [PORTAL] }, PORTAL, 'null', false, null],  // a page of no origin (a file, a data: URL)
+    [{ managed: [PORTAL], allowPlainHttp: false }, 'null', PORTAL, false, null],  // a sandboxed frame
   ];
   for (const [settings, origin, top, runs, refusal] of rows) {
     const approvals = new Approvals(settings);

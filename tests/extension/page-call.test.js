@@ -36,6 +36,7 @@ test('page answers: only a text, a number or nothing is a value; the rest, howev
     ['function f() { return { get op() { return "create"; }, toString() { return "x"; } }; }',
      { error: 'the page function returned a object' }],
     ['function f() { return true; }', { error: 'the page function returned a boolean' }],
+    ['function f() { return -Infinity; }', { error: 'the page function returned a number that is not finite' }],
     ['function f() { throw forged; }', { error: 'the page function threw' }],
     ['var f = 5;', missing],
   ];
