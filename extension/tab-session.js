@@ -244,7 +244,7 @@ export class TabSession {
     const element = this.#elements.get(id);
     if (element?.state !== 'created' || !Number.isSafeInteger(call)) return;  // the host dropped its calls
     if (name === SESSION_FUNCTION && Array.isArray(args) && args[0] === SESSION_DROPPED) element.session = false;
-    this.#queuedCalls.push({ call, element, name, args });
+    this.#queuedCalls.push({ call, element, name, args, host: this.#native });
     if (!this.#calling) this.#runCalls();
   }
 
@@ -264,7 +264,8 @@ export class TabSession {
                             good.map(({ name, args }) => [name, args]))
         : [];
       for (const entry of batch) {
-        if (entry.element.state !== 'created') continue;
+        // A host that ended meanwhile took its calls with it, even when its element runs again under another.
+        if (entry.host !== this.#native || entry.element.state !== 'created') continue;
         const at = good.indexOf(entry);
         const result = at >= 0 ? results[at] : { error: 'not a call the extension makes' };
         // Field by field: nothing of the page's answer but the text checked in page-call.js goes on.

@@ -110,3 +110,20 @@ test('a host that goes: its elements are lost, a session still running hears ssl
   await settle();
   assert.deepStrictEqual(sent(fake.natives[1]), ['hello', 'create 3']);
 });
+
+test('a page call answered after its host ended is sent to no later host', async () => {
+  const MINE = 'https://mine.example';
+  const { fake, tab } = await tabWith([{ origin: MINE }], {});
+  const approve = async (origins) => { await fake.chrome.storage.local.set({ approvedOrigins: origins }); await tab.approvalsChanged(); };
+  await approve([MINE]);
+  const inject = fake.chrome.scripting.executeScript;
+  let answer;
+  fake.chrome.scripting.executeScript = (details) => new Promise((resolve) => { answer = () => resolve(inject(details)); });
+  say(fake.natives[0], { op: 'call', call: 1, element: 1, function: 'f', args: [] });
+  await settle();
+  await approve([]);  // taken back while the page answers, and given again
+  await approve([MINE]);
+  answer();
+  await settle();
+  assert.deepStrictEqual(fake.natives.map((host) => sent(host).filter((m) => m.startsWith('result'))), [[], []]);
+});
