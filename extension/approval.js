@@ -8,13 +8,10 @@
 // administrator's list alone. A plain http: origin other than loopback is refused everywhere when the
 // administrator's `allowPlainHttp` is false; otherwise the popup warns before the user approves one.
 // Waiting: per tab, the elements' origins that wait, in session storage under `waiting:TAB`, where the popup
-// finds them; the tab's badge and title say so. Shared by the background and the popup.
+// finds them; the tab's badge and title say so (tab-badge.js). Shared by the background and the popup.
+import { showTab, WAITING_PREFIX } from './tab-badge.js';
 
 const APPROVED_KEY = 'approvedOrigins';
-const WAITING_PREFIX = 'waiting:';
-// The badge's colours: red for what is wrong with the host (every tab), blue for a tab that waits.
-export const PROBLEM_BADGE_COLOR = '#c5221f';
-const WAITING_BADGE_COLOR = '#1a5fb4';
 
 // The origin of an http(s) URL or origin text, or null.
 export function portalOrigin(text) {
@@ -118,37 +115,12 @@ export function waitingEntry(approvals, origin, top) {
   return entry;
 }
 
-function entryText({ origin, top }) {
-  return top ? `${origin} (inside ${top})` : origin;
-}
-
-// Records what waits in the tab and shows it on the tab's button: `?` when the user can allow something;
-// a title that says what waits or what the administrator refuses; nothing at all when nothing waits.
+// Records what waits in the tab, and shows it on the tab's button.
 export async function setWaiting(tabId, entries) {
   const key = WAITING_PREFIX + tabId;
   if (entries.length) await chrome.storage.session.set({ [key]: entries });
   else await chrome.storage.session.remove(key);
-  const askable = entries.filter((entry) => !entry.refusal);
-  const refused = entries.filter((entry) => entry.refusal);
-  const parts = [];
-  if (askable.length) parts.push(`${askable.map(entryText).join(', ')} wants to use the VPN plug-in. Click to allow it.`);
-  if (refused.length) parts.push(`Your administrator does not allow ${refused.map(entryText).join(', ')} to use the VPN plug-in.`);
-  // A tab that waits shows it; any other shows what the whole button shows (null: the tab's own value goes).
-  const title = parts.length ? `Passway: ${parts.join(' ')}` : null;
-  await Promise.all([
-    chrome.action.setBadgeText({ tabId, text: askable.length ? '?' : null }),
-    chrome.action.setBadgeBackgroundColor({ tabId, color: askable.length ? WAITING_BADGE_COLOR : PROBLEM_BADGE_COLOR }),
-    setTabTitle(tabId, title),
-  ]).catch(() => {});  // the tab is gone
-}
-
-// A tab's own title, or (null) the whole button's again: Firefox takes null for that, Chromium only a text.
-async function setTabTitle(tabId, title) {
-  try {
-    await chrome.action.setTitle({ tabId, title });
-  } catch {
-    if (title === null) await chrome.action.setTitle({ tabId, title: await chrome.action.getTitle({}) });
-  }
+  await showTab(tabId);
 }
 
 // The tab closed.

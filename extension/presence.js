@@ -5,7 +5,8 @@
 // entry that a rule adds to their documents). Nothing of it shows on any other origin. The script and the
 // rules outlast the browser session, so that the first page of the next session sees the plug-in before
 // that session's host has been asked; the answer then confirms or removes them.
-import { PROBLEM_BADGE_COLOR, readApprovals } from './approval.js';
+import { readApprovals } from './approval.js';
+import { ENDED_PREFIX, hostEndedText, PROBLEM_BADGE_COLOR, showTab } from './tab-badge.js';
 import { describe, HOST_NAME, PROTOCOL_VERSION, statusOfDisconnect, statusOfMessage } from './host-status.js';
 
 const STATUS_KEY = 'hostStatus';
@@ -15,8 +16,6 @@ const TIMING_NAME = 'passway-plugin';
 const PROBE_MS = 20000;  // a host that says nothing for this long has failed
 const POLICY_WAIT_MS = 2000;  // how long one application waits for the administrator's list
 const POLICY_TRIES = 5;  // applications that wait for it before the next approved element brings it
-
-const ENDED_PREFIX = 'ended:';  // a tab whose host went away while it served, and whether a session ran
 
 // A tab's host ended while it served (`session`: whether a VPN session ran on it), or (null) a new host
 // serves the tab: the tab's button shows `!` and says what happened, and so does the popup.
@@ -28,25 +27,13 @@ export async function setHostEnded(tabId, session) {
   } else {
     await chrome.storage.session.set({ [key]: { session } });
   }
-  const text = session === null ? null : '!';
-  const title = session === null ? null : `Passway: ${hostEndedText(session)}`;
-  await Promise.all([
-    chrome.action.setBadgeText({ tabId, text }),
-    chrome.action.setBadgeBackgroundColor({ tabId, color: PROBLEM_BADGE_COLOR }),
-    title === null ? null : chrome.action.setTitle({ tabId, title }),
-  ]).catch(() => {});  // the tab is gone
+  await showTab(tabId);
 }
 
 // What the user is told of a tab whose host went away, or null.
 export async function hostEndedIn(tabId) {
   const ended = (await chrome.storage.session.get(ENDED_PREFIX + tabId))[ENDED_PREFIX + tabId];
   return ended ? hostEndedText(ended.session) : null;
-}
-
-function hostEndedText(session) {
-  return session
-    ? 'The VPN plug-in\'s helper program stopped unexpectedly, and the VPN session ended. Reload the page to connect again.'
-    : 'The VPN plug-in\'s helper program stopped unexpectedly. Reload the page to start it again.';
 }
 
 export async function hostStatus() {

@@ -103,6 +103,8 @@ test('a host that goes: its elements are lost, a session still running hears ssl
   assert.deepStrictEqual(fake.injections.map(({ target, calls }) => `${target.documentIds} ${calls.flat(2)}`),
                          ['doc0 c_addcomm,ssldrop', 'doc4 c_addcomm,ssldrop'], 'the plug-in\'s own call, then the running one\'s');
   assert.deepStrictEqual([sent(portal).at(-1), fake.badges.get(7).text], ['cancel 3', '!']);
+  await tab.approvalsChanged();  // an approval changed elsewhere: the notice stays
+  assert.deepStrictEqual(fake.badges.get(7).text, '!');
   assert.match(fake.badges.get(7).title, /the VPN session ended\. Reload the page/);
 
   say(portal, { op: 'appear', key: 2, attributes: [] });  // a new element: a new host, the lost ones not again
