@@ -98,10 +98,13 @@ void expectRows(std::initializer_list<Row> rows) {
     for (const Row& r : rows) EXPECT_EQ(r.want, r.got) << r.what;
 }
 
-// Comparisons fold ASCII letters only and see embedded zeros; positions out of range find nothing.
+// Comparisons fold ASCII letters only and see embedded zeros; positions out of range find nothing, not even
+// in the buffer's spare room past the text.
 TEST(CString, ComparesAndSearchesWithinBounds) {
     const CString s("abcabc"), z("ab\0cd", 5);
-    CString dots("a.b\0a.b", 7);
+    CString dots("a.b\0a.b", 7), spare;
+    memset(spare.GetBuffer(20), 'z', 20);
+    spare.ReleaseBuffer(2);
     expectRows({
         ROW(CString("\xC4").CompareNoCase("\xE4") != 0, "1"), ROW(CString("XYZ").CompareNoCase("xyz"), "0"),
         ROW(CString("0123456789").Mid(7, INT_MAX), "789"), ROW(CString("\x80").CompareNoCase("a") > 0, "1"),
@@ -109,7 +112,8 @@ TEST(CString, ComparesAndSearchesWithinBounds) {
         ROW(z != CString("ab\0ce", 5), "1"), ROW(dots.Replace(".", "::"), "2"), ROW(s.ReverseFind('c'), "5"),
         ROW(s.FindOneOf("c", 6), "-1"), ROW(s.FindOneOf("xc"), "2"), ROW(s.Find("abc", 1), "3"),
         ROW(s.Find("x", 99), "-1"), ROW(s.Find('a', -1), "-1"), ROW(s.Find('b', 2), "4"), ROW(s[6], "0"),
-        ROW(CString('x', 1), "x"), ROW(CString('x', 0), "")});
+        ROW(CString('x', 1), "x"), ROW(CString('x', 0), ""), ROW(spare.Find('z', 3), "-1"),
+        ROW(spare.Find("z", 3), "-1"), ROW(spare.FindOneOf("z", 3), "-1"), ROW(spare.Find('z', 1), "1")});
     EXPECT_EQ(std::string("a::b\0a::b", 9), bytes(dots)) << "Replace goes on past a zero";
     EXPECT_THROW(dots.GetBuffer(INT_MAX), std::bad_alloc);
 }
