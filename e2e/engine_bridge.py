@@ -56,17 +56,17 @@ class BridgeEngine:
 
     def write_host_manifest(self, run, folder):
         """The browser's host manifest (extension/host-manifest/BROWSER/) in `folder`, naming the extension (its
-        `id`) and pointing at the host under test through a script that keeps the host's standard error in `host_log`
-        (Firefox keeps none of it)."""
+        `id`) and pointing at the host under test through a script that keeps the host's standard error in
+        `host_log` (Firefox keeps none of it)."""
         wrapper = os.path.join(run.work, 'passway-host')
         self.host_log = os.path.join(run.work, 'host.log')
         with open(wrapper, 'w') as f:
             f.write('#!/bin/sh\nexec %s "$@" 2>>%s\n' % (shlex.quote(self.host), shlex.quote(self.host_log)))
         os.chmod(wrapper, 0o755)
         with open(os.path.join(self.source, 'extension', 'host-manifest', self.name, HOST_NAME + '.json.in')) as f:
-            manifest = json.loads(f.read().replace('@PASSWAY_HOST_PATH@', wrapper).replace('@PASSWAY_EXTENSION_ID@', self.id))
+            text = f.read().replace('@PASSWAY_HOST_PATH@', wrapper).replace('@PASSWAY_EXTENSION_ID@', self.id)
         self.manifest_file = os.path.join(folder, HOST_NAME + '.json')
-        write_json(self.manifest_file, manifest)
+        write_json(self.manifest_file, json.loads(text))
 
     def policy_settings(self):
         """What the administrator's policy says to the extension: the portal's origin approved, and the rules."""

@@ -43,8 +43,6 @@ class ChromiumEngine(BridgeEngine):
         profile = os.path.join(run.work, 'chromium-profile')
         if not self.installed:  # the installed package's manifest is in /etc/chromium/native-messaging-hosts
             self.write_host_manifest(run, os.path.join(profile, 'NativeMessagingHosts'))
-        if self.forcelist:
-            self.publish_extension(run)
         self.write_policy(run)
         ours = [] if self.installed or self.forcelist else ['--load-extension=' + self.extension]
         argv = [self.program] + ([] if self.window else ['--headless=new']) + [
@@ -53,7 +51,15 @@ class ChromiumEngine(BridgeEngine):
             # Names under .test are other sites on the portal's server (plain http, not loopback by name).
             '--host-resolver-rules=MAP *.test 127.0.0.1', '--disable-features=HttpsUpgrades',
             '--remote-debugging-pipe', '--window-size=800,500', '--enable-logging=stderr', '--v=0', 'about:blank']
-        if self.forcelist:  # the forced install is a download that background networking would stop
+        if self.forcelist:
+            # The packed extension and its update manifest on the portal's server, for the policy; the forced
+            # install is a download that background networking would stop.
+            shutil.copy(os.path.join(self.build, 'extension', 'passway-chromium.crx'), os.path.join(run.work, 'site'))
+            update = subprocess.run([os.path.join(self.build, 'tools', 'passway-crx'), 'update-manifest', self.id, '1.0',
+                                     '%s/passway-chromium.crx' % self.portal_origin], capture_output=True, text=True,
+                                    check=True)
+            with open(os.path.join(run.work, 'site', 'update.xml'), 'w') as f:
+                f.write(update.stdout)
             argv.remove('--disable-background-networking')
         if self.private_etc:
             argv = ['unshare', '--mount', '--propagation', 'private', 'sh', '-c',
@@ -81,15 +87,6 @@ class ChromiumEngine(BridgeEngine):
                            'DeveloperToolsAvailability': 1})
         self.policy = os.path.join(self.private_etc, 'policies', 'managed', 'passway.json')
         write_json(self.policy, policy)
-
-    def publish_extension(self, run):
-        """The packed extension and its update manifest on the portal's server, for the forcelist policy."""
-        site = os.path.join(run.work, 'site')
-        shutil.copy(os.path.join(self.build, 'extension', 'passway-chromium.crx'), site)
-        update = subprocess.run([os.path.join(self.build, 'tools', 'passway-crx'), 'update-manifest', self.id, '1.0',
-                                 '%s/passway-chromium.crx' % self.portal_origin], capture_output=True, text=True, check=True)
-        with open(os.path.join(site, 'update.xml'), 'w') as f:
-            f.write(update.stdout)
 
     # ---- tabs ----------------------------------------------------------------------------------
     def open_tab(self, url):

@@ -48,8 +48,13 @@ class FirefoxEngine(BridgeEngine):
         mozilla = os.path.join(run.home, '.mozilla')
         if not self.installed:  # the package's manifest is in /usr/lib/mozilla/native-messaging-hosts
             self.write_host_manifest(run, os.path.join(mozilla, 'native-messaging-hosts'))
-        if self.portal_origin and self.installed:  # the package's policy folder, as an administrator's
-            self.write_system_policy()
+        if self.portal_origin and self.installed:  # the system's policies.json, as an administrator's
+            if os.path.exists(POLICIES):
+                raise RuntimeError('%s exists: an installed run will not replace an administrator\'s policies' % POLICIES)
+            self.policy = self.policy_made = POLICIES
+            while not os.path.isdir(os.path.dirname(self.policy_made)):
+                self.policy_made = os.path.dirname(self.policy_made)
+            write_json(POLICIES, {'policies': {'3rdparty': {'Extensions': {self.id: self.policy_settings()}}}})
         elif self.portal_origin:
             self.policy = os.path.join(mozilla, 'managed-storage', self.id + '.json')
             write_json(self.policy, {'name': self.id, 'description': 'Passway: the portals approved ahead',
@@ -95,16 +100,6 @@ class FirefoxEngine(BridgeEngine):
         self.current = self.marionette.command('WebDriver:GetWindowHandle')
         self.marionette.command('WebDriver:SetWindowRect', {'width': 800, 'height': 600})
 
-    def write_system_policy(self):
-        """The administrator's policy approving the portal, in the system's policies.json (none may be there)."""
-        if os.path.exists(POLICIES):
-            raise RuntimeError('%s exists: an installed run will not replace an administrator\'s policies' % POLICIES)
-        self.policy_made = POLICIES
-        while not os.path.isdir(os.path.dirname(self.policy_made)):
-            self.policy_made = os.path.dirname(self.policy_made)
-        write_json(POLICIES, {'policies': {'3rdparty': {'Extensions': {self.id: self.policy_settings()}}}})
-        self.policy = POLICIES
-
     # ---- tabs ----------------------------------------------------------------------------------
     def command(self, name, parameters=None, tab=None):
         if tab is not None and tab != self.current:
@@ -132,7 +127,8 @@ class FirefoxEngine(BridgeEngine):
         # with the move: the tab is the new handle that shows the page.
         def shown():
             handles = set(self.marionette.command('WebDriver:GetWindowHandles')) - before
-            return next((h for h in handles if (self.evaluate(h, 'location.href') or '').startswith('moz-extension:')), None)
+            shown = [h for h in handles if (self.evaluate(h, 'location.href') or '').startswith('moz-extension:')]
+            return shown[0] if shown else None
         tab = poll(shown)
         if not tab:
             raise RuntimeError('no tab opened for %s' % url)

@@ -6,7 +6,9 @@ var done = false;
 
 ['VPNNotInstalled', 'VPNInstallationOK', 'VPNInstallationFailed', 'onTunvoDownloadStart', 'onTunvoDownloadProgress',
  'onTunvoDownloadDone', 'onTunvoInstalling', 'c_addcomm'].forEach(function (name) {
-  window[name] = function () { transcript.push(name + '(' + Array.prototype.map.call(arguments, JSON.stringify).join(',') + ')'); };
+  window[name] = function () {
+    transcript.push(name + '(' + Array.prototype.map.call(arguments, JSON.stringify).join(',') + ')');
+  };
 });
 
 function param(name, value) {
