@@ -50,7 +50,7 @@ CString UDeviceInfo::toXml() const {
 
 bool GetUTF8HostName(unsigned char* buffer, unsigned long& length) {
     char name[HOST_NAME_MAX + 1] = {};
-    if (gethostname(name, sizeof name - 1) != 0) return false;
+    if (gethostname(name, sizeof name) != 0) return false;  // room for the longest name and its zero
     unsigned long needed = strlen(name) + 1;
     if (buffer == nullptr || needed > length) {
         length = needed;

@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <functional>
 #include <regex>
+#include <tuple>
 #include <csignal>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -275,6 +276,18 @@ TEST(AfxTrace, WritesThePrefixedTextToStandardOutputOnlyWhenAsked) {
     const std::string cut = pid + big + std::string(pid).append(10238 - strlen(pid), 'x');
     const std::string traced = readFile(out);
     EXPECT_TRUE(pid + std::string("shown 5\n") + pid + cut == traced) << traced.size() << " bytes";
+}
+
+// The log's local time is the second asked for, each time another one.
+TEST(CachedLocaltime, IsTheSecondAskedFor) {
+    for (long second : {1000000000L, 1000000000L, 1000000061L, 1000003600L}) {
+        time_t when = second;
+        struct tm expected = {};
+        localtime_r(&when, &expected);
+        const struct tm* got = cached_localtime(&second);
+        EXPECT_EQ(std::make_tuple(expected.tm_hour, expected.tm_min, expected.tm_sec),
+                  std::make_tuple(got->tm_hour, got->tm_min, got->tm_sec)) << second;
+    }
 }
 
 // isFileExist tests mode bits, not file types: a FIFO has none of them.
