@@ -127,8 +127,8 @@ class FirefoxEngine(BridgeEngine):
         # with the move: the tab is the new handle that shows the page.
         def shown():
             handles = set(self.marionette.command('WebDriver:GetWindowHandles')) - before
-            shown = [h for h in handles if (self.evaluate(h, 'location.href') or '').startswith('moz-extension:')]
-            return shown[0] if shown else None
+            pages = [h for h in handles if (self.evaluate(h, 'location.href') or '').startswith('moz-extension:')]
+            return pages[0] if pages else None
         tab = poll(shown)
         if not tab:
             raise RuntimeError('no tab opened for %s' % url)

@@ -487,8 +487,7 @@ def main():
     if engine.bridge and not engine.host:
         print('e2e (%s): this build has no passway-host' % engine.name)
         return 77
-    visits = VISITS + (BRIDGE_VISITS if engine.bridge else [])
-    visits = INSTALLED_VISITS if args.installed or args.forcelist else visits
+    visits = INSTALLED_VISITS if args.installed or args.forcelist else VISITS + (BRIDGE_VISITS if engine.bridge else [])
     try:
         with installed_package(build) if args.installed else contextlib.nullcontext():
             return run_visits(build, source, engine, visits, args.only, CLIENT_ROOT if args.installed else None)
