@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstring>
 #include <malloc.h>
+#include <new>
 #include <string>
 
 #include "Array"
@@ -31,6 +32,7 @@ void* operator new[](size_t size) {
     if (void* block = malloc(size != 0 ? size : 1)) return block;
     throw std::bad_alloc();
 }
+void* operator new[](size_t size, const std::nothrow_t&) noexcept { return malloc(size != 0 ? size : 1); }
 void operator delete[](void* block) noexcept {
     if (g_watchFrees && block != nullptr && memmem(block, malloc_usable_size(block), "s3cret", 6)) g_freedASecret = true;
     free(block);
