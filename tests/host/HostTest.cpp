@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <set>
 #include <fcntl.h>
 #include <poll.h>
 #include <sstream>
@@ -40,8 +41,8 @@ TEST(PageCall, ReadsWhatABrowserWouldPassAndRefusesWhatItCouldNotRun) {
         {"escapes read as script reads them", R"(javascript:f('a\'b\\c\nd\x41\u00e9\u{1F600}\q\u0000\0'))",
          "f(\"a'b\\\\c\\nd" "A\xc3\xa9\xf0\x9f\x98\x80q\\u0000\\u0000\")"},
         {"percent-decoded first", "javascript:f('a%20b%27c%zz%30%7e%7E%2f')", R"(f("a b'c%zz0~~/"))"},
-        {"\\u without four digits or braces, or past U+10FFFF, is the letter u",
-         R"(javascript:f('\u_41}\u{110000}\u{zz}'))", R"(f("u_41}u{110000}u{zz}"))"},
+        {"\\u without four digits or one to six in braces, or past U+10FFFF, is the letter u",
+         R"(javascript:f('\u{00004A}\u_41}\u{110000}\u{zz}\u{000004A}'))", R"(f("Ju_41}u{110000}u{zz}u{000004A}"))"},
         {"double quotes, spaces and a trailing semicolon", "javascript: f(\"x\") ;", R"(f("x"))"},
         {"digits then letters", "javascript:onTunvoDownloadStart(12ab)", "refused"},
         {"a name that is code", "javascript:window.f()", "refused"},
@@ -73,6 +74,17 @@ TEST(Frames, ALargeMessageGoesInPartsThatRebuildItAndAnOverlongFrameStopsTheRead
         whole += json::parse(parts[i])["data"].get<std::string>();
     }
     EXPECT_EQ(text, json::parse(whole)["args"][0]);
+    // Each large message's parts carry an id of their own, a number that JavaScript holds exactly.
+    std::set<uint64_t> ids;
+    FrameReader again;  // the first one stopped at the overlong frame
+    FrameWriter sliced([&](const char* data, size_t size) {
+        for (again.feed(data, size); again.next(frame, length) == FrameReader::Result::Frame;)
+            ids.insert(json::parse(frame)["id"].get<uint64_t>());
+        return true;
+    });
+    for (int i = 0; i < 3; ++i) sliced.send({{"op", "call"}, {"args", {std::string(kMaxFrameOut, 'x')}}});
+    ASSERT_EQ(3u, ids.size());
+    EXPECT_LE(*ids.rbegin(), (1ull << 53) - 1);
 }
 
 // Frames as the extension sends them.
