@@ -3,7 +3,7 @@
 # password on standard input. It installs the fake service and the version file under the test root and
 # records what it was given, so that tests can check both. Set by the test, in the environment:
 #   PASSWAY_TEST_ROOT  the test plug-in's install root     FAKE_SERVICE     the service program
-#   INSTALLER_EXIT     exit code (default 0)               INSTALLER_SLEEP  seconds to wait first (default 0)
+#   INSTALLER_EXIT     exit code (default 0; "kill": ends by SIGKILL)   INSTALLER_SLEEP  seconds to wait first (default 0)
 #   INSTALLER_IGNORE_TERM  when set, ignores SIGTERM and only waits
 # Its pid goes to var/run/installer.pid once it is ready for signals (SIGTERM ignored when asked).
 root="$PASSWAY_TEST_ROOT"
@@ -23,4 +23,5 @@ pause=$!
 wait $pause
 cp "$FAKE_SERVICE" "$root/tunvo_x86_64" && chmod 4755 "$root/tunvo_x86_64"
 printf '7135.2016.429.1' > "$root/etc/version.txt"
+[ "$INSTALLER_EXIT" = kill ] && kill -KILL $$
 exit "${INSTALLER_EXIT:-0}"

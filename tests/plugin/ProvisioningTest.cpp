@@ -107,6 +107,7 @@ TEST_F(Provisioning, TheInstallerOutcomeIsReported) {
         size_t polls;
     } rows[] = {
         {"2", "0", "", "sudo", "Failed", "'InstallVPN' return value '512'\n", 0},
+        {"kill", "0", "", "sudo", "Failed", "error code =9. Exit status (WEXITSTATUS(res))= 0. WIFEXITED(res)=0\n", 0},
         {"0", "0", "", "Sudo", "OK", "- install proc exited with 0\n", 0},  // any method but sudo is SU
         {"0", "30", "", "sudo", "Failed",
          "error code =0. Exit status (WEXITSTATUS(res))= 0. WIFEXITED(res)=1\n", 5},
