@@ -88,4 +88,16 @@ TEST(ServiceGuard, StopsOnlyTheServiceItsHostStartedAndNeverStopped) {
     EXPECT_FALSE(runningService(service.root, found)) << "a service that ended is not running";
 }
 
+// A guard that has gone (its end of the pipe closed) holds up nothing: telling it fails and returns.
+TEST(ServiceGuard, AGuardThatWentIsToldInVain) {
+    int ends[2];
+    ASSERT_EQ(0, pipe(ends));
+    ServiceGuard guard;
+    guard.attach(ends[1]);
+    close(ends[0]);
+    signal(SIGPIPE, SIG_IGN);  // as in the host
+    guard.released();
+    signal(SIGPIPE, SIG_DFL);
+}
+
 }  // namespace
