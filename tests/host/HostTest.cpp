@@ -7,6 +7,9 @@
 #include <set>
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/socket.h>
+#include <netinet/in.h>
+#include <arpa/inet.h>
 #include <sstream>
 #include <sys/wait.h>
 
@@ -597,45 +600,101 @@ TEST(Protocol, TheGuidesTablesOfErrorsAndLimitsAreTheCodes) {
 // passway-host ends when the tab closes its input.
 TEST(HostProgram, EndsWithItsInput) { EXPECT_EQ(0, runCommand({PASSWAY_HOST}).exitCode); }
 
-// A signal that interrupts the host's wait for input (SIGPIPE has a handler) loses none of what comes next.
-TEST(HostProgram, ASignalWhileItWaitsLosesNoInput) {
-    TempHome home;
-    setenv("PASSWAY_HOST_PLUGIN", PASSWAY_TEST_PLUGIN, 1);
-    int in[2], out[2];
-    ASSERT_TRUE(pipe(in) == 0 && pipe(out) == 0);
-    pid_t host = fork();
-    if (host == 0) {
-        dup2(in[0], 0), dup2(out[1], 1), close(in[1]), close(out[0]);
-        execl(PASSWAY_HOST, PASSWAY_HOST, static_cast<char*>(nullptr));
-        _exit(127);
+// passway-host as a browser runs it, with the test plug-in, in a fresh HOME: frames to its input, frames from
+// its output.
+class HostProcess {
+public:
+    HostProcess() {
+        setenv("PASSWAY_HOST_PLUGIN", PASSWAY_TEST_PLUGIN, 1);
+        int in[2], out[2];
+        if (pipe(in) != 0 || pipe(out) != 0) return;
+        pid = fork();
+        if (pid == 0) {
+            dup2(in[0], 0), dup2(out[1], 1), close(in[1]), close(out[0]);
+            execl(PASSWAY_HOST, PASSWAY_HOST, static_cast<char*>(nullptr));
+            _exit(127);
+        }
+        close(in[0]), close(out[1]);
+        input = in[1], output = out[0];
     }
-    close(in[0]), close(out[1]);
-    FrameReader replies;
-    std::string frame;
-    uint32_t length = 0;
-    auto reply = [&] {  // the next frame's op
-        char buffer[4096];
-        for (ssize_t n; replies.next(frame, length) != FrameReader::Result::Frame;)
-            if ((n = read(out[0], buffer, sizeof buffer)) <= 0) return std::string("(no reply)");
-            else replies.feed(buffer, static_cast<size_t>(n));
-        return json::parse(frame)["op"].get<std::string>();
-    };
-    auto send = [&](const std::string& text) {
+    ~HostProcess() {
+        closeInput();
+        close(output);
+        waitpid(pid, nullptr, 0);
+    }
+    void send(const std::string& text) {
         uint32_t size = static_cast<uint32_t>(text.size());
         std::string bytes = std::string(reinterpret_cast<char*>(&size), 4) + text;
-        return write(in[1], bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size());
-    };
-    send(kHello);
-    EXPECT_EQ("ready", reply());
+        EXPECT_EQ(static_cast<ssize_t>(bytes.size()), write(input, bytes.data(), bytes.size()));
+    }
+    // The next message's op ("(no reply)" once the host ended or said nothing for five seconds); the
+    // message in `last`.
+    std::string reply() {
+        char buffer[4096];
+        uint32_t length = 0;
+        for (pollfd readable = {output, POLLIN, 0}; replies.next(frame, length) != FrameReader::Result::Frame;) {
+            ssize_t n = poll(&readable, 1, 5000) > 0 ? read(output, buffer, sizeof buffer) : 0;
+            if (n <= 0) return "(no reply)";
+            replies.feed(buffer, static_cast<size_t>(n));
+        }
+        last = json::parse(frame);
+        return last["op"].get<std::string>();
+    }
+    void closeInput() {
+        if (input >= 0) close(input);
+        input = -1;
+    }
+
+    TempHome home;
+    pid_t pid = -1;
+    int input = -1, output = -1;
+    json last;
+
+private:
+    FrameReader replies;
+    std::string frame;
+};
+
+// A signal that interrupts the host's wait for input (SIGPIPE has a handler) loses none of what comes next.
+TEST(HostProgram, ASignalWhileItWaitsLosesNoInput) {
+    HostProcess host;
+    host.send(kHello);
+    EXPECT_EQ("ready", host.reply());
     usleep(100000);  // waiting for input again
-    kill(host, SIGPIPE);
+    kill(host.pid, SIGPIPE);
     usleep(100000);
-    send(R"({"op":"destroy","element":9})");
-    EXPECT_EQ("error", reply());
-    close(in[1]);
-    EXPECT_EQ("(no reply)", reply());
-    close(out[0]);
-    waitpid(host, nullptr, 0);
+    host.send(R"({"op":"destroy","element":9})");
+    EXPECT_EQ("error", host.reply());
+    host.closeInput();
+    EXPECT_EQ("(no reply)", host.reply());
+}
+
+// A service that holds one element's reply holds up no other element's: the second reply reaches its page
+// while the first is still open.
+TEST(HostProgram, AHeldReplyHoldsUpNoOtherReply) {
+    int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0), yes = 1;
+    setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+    sockaddr_in address = {};
+    address.sin_family = AF_INET, address.sin_port = htons(44444), address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ASSERT_EQ(0, bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address));
+    listen(listener, 4);
+    HostProcess host;
+    host.send(kHello);
+    host.send(kProbe);
+    host.send(std::string(kProbe).replace(std::string(kProbe).find("4"), 1, "5"));
+    int held = accept(listener, nullptr, nullptr), answered = accept(listener, nullptr, nullptr);
+    char request[4096];
+    EXPECT_GT(read(answered, request, sizeof request), 0);  // read before the answer: no reset on closing
+    const std::string reply = "HTTP/1.0 200 OK\r\n\r\nnews";
+    EXPECT_EQ(static_cast<ssize_t>(reply.size()), write(answered, reply.data(), reply.size()));
+    close(answered);
+    std::string op;
+    while ((op = host.reply()) != "call" && op != "(no reply)") {
+    }
+    EXPECT_EQ("call", op) << "the second reply reached no page while the first was held";
+    EXPECT_EQ((json{5, "c_addcomm", {"news"}}), (json{host.last["element"], host.last["function"], host.last["args"]}));
+    close(held);
+    close(listener);
 }
 
 // Without PASSWAY_HOST_PLUGIN the host loads the user's own plug-in first, as browsers look for it.
