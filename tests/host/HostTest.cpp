@@ -207,28 +207,33 @@ TEST_F(BridgeTest, AServiceReplyReachesThePageAsTextAndARefusedConnectionDropsTh
     EXPECT_EQ(std::vector<std::string>{"GET /vpn.php?INFO HTTP/1.0"}, service.requests()) << "not its own";
 }
 
-// A reply that comes in pieces with a pause between them (a service that holds the rest until it has news)
-// is taken as it arrives, and reaches the page whole once the service ends it: nothing lost or repeated.
+// A reply that comes in pieces with a pause between them (a service that holds the rest until it has news),
+// in its headers or in its body, is taken as it arrives, and reaches the page whole once the service ends it:
+// nothing lost or repeated.
 TEST_F(BridgeTest, AReplyHeldInTheMiddleReachesThePageWhole) {
     FakeService service;
     service.setReply([](const std::string&) { return std::string("news: held, then told"); });
-    service.holdAfter("held,");
     send(kHello);
-    send(kProbe);
-    ASSERT_EQ(1u, bridge.watched().size());
-    int fd = bridge.watched()[0];
-    auto take = [&] {
-        pollfd readable = {fd, POLLIN, 0};
-        ASSERT_EQ(1, poll(&readable, 1, 10000));
-        bridge.onReadable(fd);
-        bridge.run();
-    };
-    take();  // the headers and the first piece, then nothing more for now
-    EXPECT_EQ(1u, bridge.watched().size());
-    EXPECT_EQ("", calls);
-    service.release();
-    while (!bridge.watched().empty()) take();
-    EXPECT_EQ("c_addcomm[\"news: held, then told\"] ", calls);
+    for (const char* marker : {"Content-", "held,"}) {
+        service.holdAfter(marker);
+        calls.clear();
+        send(kProbe);
+        ASSERT_EQ(1u, bridge.watched().size());
+        int fd = bridge.watched()[0];
+        auto take = [&] {
+            pollfd readable = {fd, POLLIN, 0};
+            ASSERT_EQ(1, poll(&readable, 1, 10000));
+            bridge.onReadable(fd);
+            bridge.run();
+        };
+        take();  // the first piece, then nothing more for now
+        EXPECT_EQ(1u, bridge.watched().size()) << marker;
+        EXPECT_EQ("", calls) << marker;
+        service.release();
+        while (!bridge.watched().empty()) take();
+        EXPECT_EQ("c_addcomm[\"news: held, then told\"] ", calls) << marker;
+        send({{"op", "destroy"}, {"element", 4}});
+    }
 }
 
 // The plug-in that starts the service asks it "?CONNECT": the extension hears that the element's session

@@ -63,6 +63,7 @@ TEST_F(Provisioning, ASignedPackageIsDownloadedVerifiedAndInstalled) {
     EXPECT_TRUE(stat((kRoot + "tunvo_x86_64").c_str(), &info) == 0 && (info.st_mode & 07777) == 04755);
     EXPECT_NE(0, access(packageFile().c_str(), F_OK)) << "the package file is removed";
     EXPECT_FALSE(logged("pass word")) << "the password never reaches the log";
+    EXPECT_FALSE(logged("cannot hand")) << "a password handed over whole logs no failure";
 }
 
 // A bad signature (none, another key's) or a broken download (a wrong type, a network error, a user break)

@@ -25,7 +25,7 @@ public:
     std::vector<std::string> requests() const;
     // The next replies stop after the first `marker` in them (headers included), until release(): a service
     // that holds the rest of its reply until it has news.
-    void holdAfter(const std::string& marker) { m_holdAfter = marker; }
+    void holdAfter(const std::string& marker) { m_holdAfter = marker, m_released = false; }
     void release() { m_released = true; }
 
 private:
