@@ -2,6 +2,7 @@
 // and nothing else.
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <csignal>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -60,6 +61,7 @@ std::string guardAfter(const std::string& lines, const std::string& root) {
     if (pipe(ends) != 0) return "no pipe";
     if (write(ends[1], lines.data(), lines.size()) != static_cast<ssize_t>(lines.size())) return "no write";
     close(ends[1]);
+    errno = EINTR;  // a stale one changes nothing
     return guardService(ends[0], root);
 }
 

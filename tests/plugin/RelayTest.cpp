@@ -23,6 +23,7 @@ TEST_F(Live, TheProbeHandsTheServiceReplyToThePage) {
         {false, false, "http", std::string("abc\0def", 7), "abc"},
         {true, false, "http", "direct", "direct"},
         {true, false, "raw", "no blank line here", ""},
+        {true, false, "raw", "x", ""},  // one byte is a reply too
         {true, false, "raw", "HTTP/1.1 200 OK\r\n\r\n" + std::string(2000, 'r'), std::string(1000 - 19, 'r')},
         {true, true, "http", "direct", "direct"},  // the direct query's socket is descriptor 0
         {true, false, "", "", "ssldrop"},
@@ -43,7 +44,7 @@ TEST_F(Live, TheProbeHandsTheServiceReplyToThePage) {
         EXPECT_TRUE(!service || service->requests() == std::vector<std::string>{asked}) << asked;
         EXPECT_TRUE(row.reply != big || logged("[sendToJavaScript] Data from server ='" + big + "'\n"));
     }
-    EXPECT_EQ(5u, count(log(), "ERROR!")) << "one for each network error, no other";
+    EXPECT_EQ(6u, count(log(), "ERROR!")) << "one for each network error, no other";
     EXPECT_TRUE(logged("[GetDataFromTunvo] connect() failed=Connection refused\n"));
     EXPECT_EQ("geturl", browser.calls().back().function) << "the drop asks for no notification";
 }

@@ -128,6 +128,7 @@ TEST(UFileErrorLog, WhatTheReaderSeesThroughAReopen) {
                         "a\n\n" + h + "4,,,, dump: a\\0b\n" +  // raw bytes
                         h + "0,,,,  \n" + h + "0,,,,  =+\n" + h + "5,,,, five\n");  // reopened at 31
     EXPECT_TRUE(std::regex_match(readFile(home.path), expected)) << readFile(home.path);
+    EXPECT_EQ(3, home.log.WriteLogByte("no data: ", nullptr, 3)) << "the line is written without the bytes";
     struct stat info;
     EXPECT_EQ(0644u, stat(home.path.c_str(), &info) == 0 ? info.st_mode & 07777 : 0);
     pid_t full = fork();  // a file that takes no more: the line is an error, not reported as written
