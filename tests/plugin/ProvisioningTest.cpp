@@ -383,6 +383,8 @@ TEST_F(Provisioning, ARefusedRequestIsLoggedAndEndsItsPath) {
          "[verify_install] TUNVO installation success\n", 0},
         {InstallerFails, failed, "[NS_InstallVpn] " + cannot + "%s', errorcode='12'\n", 0,
          "[verify_install] TUNVO Installation failed\n", 0},
+        {Install, "javascript:onTunvoDownloadDone()", "DL done notify failed. URL=%s,Error=13", 0,
+         "[verify_install] TUNVO installation success\n", 2},  // the package is whole: the install goes on
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.line);
