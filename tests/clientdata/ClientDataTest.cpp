@@ -2,11 +2,13 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <cstring>
 #include <sched.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "ClientData"
+#include "DeviceInfo"
 #include "Encoding"
 
 namespace {
@@ -26,6 +28,9 @@ TEST(ClientData, TheFallbackRecordTheSignedDataAndTheHostName) {
     char host[HOST_NAME_MAX + 1] = {};
     gethostname(host, sizeof host);
     EXPECT_EQ(host, text(CRFCBase64::Decode(SGetBase64UTF8HostName())));
+    unsigned char small[2] = {'x', 'x'};
+    unsigned long room = 1;  // without room for the name and its zero, the room needed comes back
+    EXPECT_TRUE(!GetUTF8HostName(small, room) && room == strlen(host) + 1 && small[0] == 'x') << room;
 }
 
 // A host name as long as the system allows (64 bytes) is carried whole: a child of its own names its own
