@@ -35,7 +35,8 @@ using Write = std::function<void(IUErrorLog&)>;
 TEST(ErrorLog, LinesHandedToTheSinkAtALogLevel) {
     const auto levels = [](auto&) { ERRORLOGLEVEL0("z"); ERRORLOGLEVEL1("o%d", 1); ERRORLOGLEVEL2("t"); };
     const struct { const char* shows; int logLevel; Write write; std::vector<std::string> lines; } rows[] = {
-        {"up to the level", 31, [](auto& l) { l.WriteLog(31, "f%d\n", 5); l.WriteLog(32, "x"); },
+        {"up to the level", 31,
+         [](auto& l) { l.WriteLog(31, "f%d\n", 5); EXPECT_EQ(0, l.WriteLog(32, "x")) << "nothing written"; },
          {"31,,,, f5\n"}},
         {"negative: only errors", -1,
          [](auto& l) { l.WriteLog(0, "0"); l.WriteLogStr("s"); l.WriteErrorStr("e"); }, {"0,,,, e"}},
