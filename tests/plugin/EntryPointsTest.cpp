@@ -77,6 +77,7 @@ TEST_F(Live, HandlersAnswerWithoutARecordAndInitialiseOnTheFirstDrawable) {
     EXPECT_STREQ("Orvane Passway plugin", name);
     EXPECT_EQ(NPERR_NO_ERROR, p.setvalue(&instance->npp, NPNVxDisplay, nullptr));
     p.urlnotify(&instance->npp, "javascript:x()", NPRES_DONE, nullptr);  // no notify data: ignored
+    EXPECT_EQ(NPERR_GENERIC_ERROR, p.setwindow(&instance->npp, nullptr));
     EXPECT_EQ(NPERR_NO_ERROR, p.setwindow(&instance->npp, &instance->window));
     EXPECT_FALSE(logged("[PluginInstance_init]")) << "a window without a drawable initialises nothing";
     int drawable = 1;
