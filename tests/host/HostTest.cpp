@@ -326,6 +326,10 @@ TEST_F(BridgeTest, ThePackageIsInstalledWholeAndNoPartOfABrokenOneStays) {
                   " onTunvoDownloadProgress[" + size + " onTunvoDownloadDone[] onTunvoInstalling[]"
                   " VPNInstallationOK[] ", calls);
     EXPECT_EQ("SUDO\npw\n", readFile(std::string(PASSWAY_TEST_ROOT) + "var/run/installer.log"));
+    // A temporary file of someone else's, open all along (on a descriptor listed after the package's), stays.
+    char other[] = P_tmpdir "/passway-other-XXXXXX";
+    int opened = mkstemp(other);
+    dup2(opened, 999), close(opened);
     for (bool tabCloses : {false, true}) {
         send({{"op", "destroy"}, {"element", 4}});
         json request = install("12ab");  // a size no page call can carry: no start call, the download goes on
@@ -337,7 +341,9 @@ TEST_F(BridgeTest, ThePackageIsInstalledWholeAndNoPartOfABrokenOneStays) {
         tabCloses ? bridge.shutdown() : send({{"op", "end"}, {"request", request}, {"ok", false}});
         EXPECT_NE(0, access(file.c_str(), F_OK)) << (tabCloses ? "tab closed" : "network failure");
         EXPECT_NE(std::string::npos, hostLog.find("removed the partial package file " + file));
+        EXPECT_EQ(0, access(other, F_OK)) << "another's temporary file";
     }
+    close(999), unlink(other);
 }
 
 // Every message has exactly its operation's fields: one missing or of another type gets 4 (with the op),
