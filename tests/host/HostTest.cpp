@@ -89,6 +89,15 @@ TEST(Frames, ALargeMessageGoesInPartsThatRebuildItAndAnOverlongFrameStopsTheRead
     for (int i = 0; i < 3; ++i) sliced.send({{"op", "call"}, {"args", {std::string(kMaxFrameOut, 'x')}}});
     ASSERT_EQ(3u, ids.size());
     EXPECT_LE(*ids.rbegin(), (1ull << 53) - 1);
+    // A message of exactly the limit goes whole, in one frame.
+    std::string sent;
+    FrameWriter atLimit([&](const char* data, size_t size) { return !sent.append(data, size).empty(); });
+    json exact = {{"op", "call"}, {"args", {""}}};
+    atLimit.send(exact);
+    exact["args"][0] = std::string(kMaxFrameOut - (sent.size() - 4), 'y');
+    sent.clear();
+    atLimit.send(exact);
+    EXPECT_EQ(4 + kMaxFrameOut, sent.size());
 }
 
 // Frames as the extension sends them.
