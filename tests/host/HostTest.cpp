@@ -366,6 +366,7 @@ TEST_F(BridgeTest, EveryMessageHasExactlyItsOperationsFields) {
         {"create without attributes", R"({"op":"create","element":1})", R"(4 "create")"},
         {"an element that is a fraction", R"({"op":"destroy","element":1.5})", R"(4 "destroy")"},
         {"an attribute that is a number", R"({"op":"create","element":1,"attributes":[["a",1]]})", R"(4 "create")"},
+        {"an attribute's name a number", R"({"op":"create","element":1,"attributes":[[1,"b"]]})", R"(4 "create")"},
         {"an attribute of three", R"({"op":"create","element":1,"attributes":[["a","b","c"]]})", R"(4 "create")"},
         {"a result with a value", R"({"op":"result","call":77,"value":"x"})", "7 77"},
         {"a result with nothing returned", R"({"op":"result","call":77,"value":null})", "7 77"},
