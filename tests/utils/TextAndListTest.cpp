@@ -133,6 +133,7 @@ const auto formatted = [](const char* f, auto... a) { CString s; s.Format(f, a..
 TEST(CStringFormatDeathTest, SizedConversionsEqualSnprintfOthersAreCut) {
     LIKE_SNPRINTF("[%d|%i|%u|%x|%X|%o|%p]", -42, 7, 3u, 255, 255, 8, static_cast<const void*>("p"));
     LIKE_SNPRINTF("[%-8d|%+.5i|% d|%#x|%08X|%#-40o|%%]", 1, 2, 3, 4, 5, 6);
+    LIKE_SNPRINTF("%%%%%%%%%%%%%%%%%%%%%s|%%d", "after ten %%");
     LIKE_SNPRINTF("[%9s|%10s|%-90s|%s]", "a", "", "c", nullText());  // strings are sized exactly
     LIKE_SNPRINTF("[%*d|%-*s|%*s|%.*s|%*.*f]", 40, 7, -50, "left", 2, "abcdef", 3, "abcdef", 150, 10, 2.5);
     LIKE_SNPRINTF("[%e|%g|%G|%.30f|%ld|%lu|%hd|%s]", -1.5e-5, 1e-7, 1e6, 1.0 / 3, -5L, 6UL, 7, "after l, h");
