@@ -39,6 +39,7 @@ TEST(PageCall, ReadsWhatABrowserWouldPassAndRefusesWhatItCouldNotRun) {
         {"a signed fraction", "javascript:f(-1.5e2)", "f(-150.0)"},
         {"an exponent with its sign", "javascript:f(25E-1)", "f(2.5)"},
         {"an exponent without digits", "javascript:f(1e+)", "refused"},
+        {"a backslash that ends the text stays", R"(javascript:f('a\'))", R"(f("a\\"))"},
         {"hexadecimal in both cases", "javascript:f(0xfF)", "f(255.0)"},
         {"underscores, dollars and digits in the name", "JavaScript:$_a1()", "$_a1()"},
         {"a quote inside stays text", "javascript:f('it's'); alert('x')", R"(f("it's'); alert('x"))"},

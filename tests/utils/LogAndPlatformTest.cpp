@@ -115,6 +115,7 @@ TEST(UFileErrorLog, WhatTheReaderSeesThroughAReopen) {
     EXPECT_EQ(FD_CLOEXEC, fcntl(next, F_GETFD)) << "programs started later do not inherit the file";
     unsigned char bytes[] = {'a', 0, 'b'};
     EXPECT_EQ(1, home.log.WriteLogByte(bytes, 1));
+    EXPECT_EQ("a\n\n", readFile(home.path).substr(readFile(home.path).size() - 3)) << "in the file at once";
     EXPECT_EQ(3, home.log.WriteLogByte("dump: ", bytes, 3));
     EXPECT_EQ(-1, home.log.WriteLogByte(nullptr, 1)) << "no data: the write fails, the log goes on";
     home.log.Close();

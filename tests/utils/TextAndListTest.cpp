@@ -162,7 +162,8 @@ TEST(StrFormat, FillsTheLowestPlaceholderAndWritesValuesInTheirWidths) {
         ROW(createString(static_cast<short>(-2)), "-2"), ROW(createString(0.25f), "0.250000"),
         ROW(createString("abc\0def", 7, "fb"), "abc"), ROW(createString("abcdef", 2, "fb"), "ab"),
         ROW(createString("abcdef", 0, "fb"), "abcdef"), ROW(createString(L"wide", 2, "fb"), "wi"),
-        ROW(createString(static_cast<const char*>(nullptr), 3, "fb"), "fb"), ROW(stripCR("a\r\nb\n"), "ab")});
+        ROW(createString(static_cast<const char*>(nullptr), 3, "fb"), "fb"), ROW(stripCR("a\r\nb\n"), "ab"),
+        ROW(CString(static_cast<const char*>(nullptr), 3), "")});
     CString added("a");
     addToString(added, "b");
     addToString(added, static_cast<const char*>(nullptr));
@@ -402,6 +403,9 @@ TEST(UHashTable, ParsesNameValueListsCaseInsensitively) {
     expectRows({ROW(table.getItemByIndex(0)->m_name, "a"), ROW(table.getValByIndex(0, ""), "1"),
                 ROW(table.getItemByIndex(1)->m_name, "B"), ROW(table.getVar("b", ""), "3"),
                 ROW(table.getVar("C", "-"), ""), ROW(table.getValByIndex(3, "none"), "none")});
+    EXPECT_EQ(2, table.initFromString(" x ;; y", ';', "item"));  // numbered items, from 0
+    EXPECT_EQ("x y -", bytes(table.getVar("item0", "")) + " " + bytes(table.getVar("item1", "")) + " " +
+                          bytes(table.getVar("item2", "-")));
     const char* const cases[][3] = {{"x=1=2", "x", "1=2"}, {"=v", "", "v"}, {"\xC4=1&\xE4=2", "\xC4", "1"}};
     for (const auto& c : cases) {
         table.initFromValNameString(c[0], '&', '=');
