@@ -45,7 +45,7 @@ TEST(PageCall, ReadsWhatABrowserWouldPassAndRefusesWhatItCouldNotRun) {
         {"a quote inside stays text", "javascript:f('it's'); alert('x')", R"(f("it's'); alert('x"))"},
         {"escapes read as script reads them", R"(javascript:f('a\'b\\c\nd\x41\u00e9\u{1F600}\q\u0000\0'))",
          "f(\"a'b\\\\c\\nd" "A\xc3\xa9\xf0\x9f\x98\x80q\\u0000\\u0000\")"},
-        {"percent-decoded first", "javascript:f('a%20b%27c%zz%30%7e%7E%2f')", R"(f("a b'c%zz0~~/"))"},
+        {"percent-decoded first", "javascript:f('a%20b%27c%zz%30%7e%7E%2f%00')", R"(f("a b'c%zz0~~/\u0000"))"},
         {"\\u without four digits or one to six in braces, or past U+10FFFF, is the letter u",
          R"(javascript:f('\u{00004A}\u_41}\u{110000}\u{zz}\u{000004A}'))", R"(f("Ju_41}u{110000}u{zz}u{000004A}"))"},
         {"double quotes, spaces and a trailing semicolon", "javascript: f(\"x\") ;", R"(f("x"))"},

@@ -53,7 +53,10 @@ TEST_F(PluginTest, AnswersBeforeInitialisationAndRefusesWhatItCannotServe) {
 TEST_F(Live, HandlersAnswerWithoutARecordAndInitialiseOnTheFirstDrawable) {
     const NPPluginFuncs& p = browser.plugin();
     NPP_t bare = {};
+    streamData request;  // one of ours, for an element that has no record: nothing follows
+    initNotifyData(&request, 3);
     NPStream stream = {};
+    stream.notifyData = &request;
     char bytes[4] = {};
     EXPECT_EQ(NPERR_INVALID_INSTANCE_ERROR, p.newp(nullptr, nullptr, NP_EMBED, 0, nullptr, nullptr, nullptr));
     EXPECT_EQ(268435455, p.writeready(&bare, &stream));
@@ -66,8 +69,6 @@ TEST_F(Live, HandlersAnswerWithoutARecordAndInitialiseOnTheFirstDrawable) {
     EXPECT_EQ(NPERR_GENERIC_ERROR, p.getvalue(&bare, NPPVpluginNameString, &name));
     EXPECT_EQ(NPERR_GENERIC_ERROR, p.setvalue(&bare, NPNVxDisplay, nullptr));
     p.urlnotify(&bare, "x", NPRES_DONE, nullptr);
-    streamData request;  // one of ours, completing for an element that has no record: nothing follows
-    initNotifyData(&request, 3);
     p.urlnotify(&bare, "http://127.0.0.1:44444/vpn.php?INFO", NPRES_NETWORK_ERR, &request);
     EXPECT_FALSE(logged("[PluginInstance_URLNotify]"));
     FakeBrowser::Instance* instance = browser.create({});

@@ -277,6 +277,7 @@ TEST_F(Provisioning, TheLaunchRules) {
         before = log().size();
         browser.destroy(instance);
         EXPECT_EQ(row.created == 0, logged("holds a negative pid", before));
+        EXPECT_EQ(row.created == 0, logged("[NS_DestroyPluginInstance] doNotTerminate = 0\n", before));
         EXPECT_FALSE(logged("about to kill", before));
     }
 }

@@ -72,6 +72,8 @@ TEST(ErrorLog, LinesHandedToTheSinkAtALogLevel) {
           "DWORD a_dwLine, LPCTSTR lpszMsg, ...)  - input parameter is invalid\n"}},
         {"1,001-character names dropped", 1, [](auto&) { UException(-1, &big[4999], &big[4999], 0, "m"); },
          {"1, , 0, , m\n"}},
+        {"1,000-character names kept", 1, [](auto&) { UException(-1, &big[5000], &big[5000], 0, "m"); },
+         {"1, " + big.substr(5000) + ", 0, " + big.substr(5000) + ", m\n"}},
         {"cut at 5118", 1, [](auto&) { UException(-1, "f", "g", 1, "%s", big.c_str()); },
          {"1, f, 1, g, " + big.substr(882) + "\n"}},
         {"caught", 1, [](auto&) { UException(-1, "", "toDWORD()", 77, "E").WriteCaught("toDWORD()", 120); },
@@ -147,6 +149,20 @@ TEST(UFileErrorLog, WhatTheReaderSeesThroughAReopen) {
     UFileErrorLog homeless;
     EXPECT_NE(0, homeless.Open("/proc/version/.Orvane/tunvo_plugin.log", "a"));
     EXPECT_EQ(-1, homeless.WriteLogItem("dropped\n")) << "an error, not a crash";
+}
+
+// Started by root for a user (a home that is someone else's), the log's folder and file go to the home's owner.
+TEST(UFileErrorLog, ItsFolderAndFileBelongToTheHomesOwner) {
+    if (geteuid() != 0) GTEST_SKIP() << "giving files away needs root";
+    TempHome home;
+    ASSERT_EQ(0, chown(home.path().c_str(), 4321, 8765));
+    UFileErrorLog log;
+    ASSERT_EQ(0, log.Open(home.inFolder("tunvo_plugin.log").c_str(), "a"));
+    for (const std::string& path : {home.inFolder(""), home.inFolder("tunvo_plugin.log")}) {
+        struct stat info = {};
+        stat(path.c_str(), &info);
+        EXPECT_EQ(std::make_pair(4321u, 8765u), std::make_pair(info.st_uid, info.st_gid)) << path;
+    }
 }
 
 // A forked child, and its own child, write their own ids in their lines' headers, even within the second
@@ -279,6 +295,12 @@ TEST(AfxTrace, WritesThePrefixedTextToStandardOutputOnlyWhenAsked) {
     const std::string cut = pid + big + std::string(pid).append(10238 - strlen(pid), 'x');
     const std::string traced = readFile(out);
     EXPECT_TRUE(pid + std::string("shown 5\n") + pid + cut == traced) << traced.size() << " bytes";
+}
+
+// Sleep ends when its time is up, whatever an earlier call left in errno.
+TEST(Sleep, EndsWithAStaleInterruptInErrno) {
+    errno = EINTR;
+    Sleep(1);
 }
 
 // The log's local time is the second asked for, each time another one.

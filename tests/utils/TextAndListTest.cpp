@@ -287,7 +287,8 @@ TEST(AutoMemory, CopiesHaveTheirOwnBytes) {
     EXPECT_EQ(0u, copy.getSize());
     TempHome home;
     const std::string one = home.path() + "/one", none = home.path() + "/none";
-    EXPECT_EQ(0, AutoMemory("z", 1).SaveToFile(one.c_str()));
+    const AutoMemory z("z", 1);
+    EXPECT_EQ(0, AutoMemory(z).SaveToFile(one.c_str())) << "a copy of one byte";
     EXPECT_EQ(0, empty.SaveToFile(none.c_str()));
     EXPECT_EQ("z", readFile(one));
     EXPECT_EQ("", readFile(none));
@@ -394,6 +395,21 @@ TEST(UBlobList, KeepsNamedBytesFindsExactNamesAndRemoves) {
     EXPECT_EQ(0, blobs.findItem("digest2"));
     blobs.removeItem(0);
     EXPECT_EQ(0, blobs.findItem("none"));
+}
+
+// Text pairs: 0 picks the name, anything else the value; a search looks for a part of either.
+TEST(UStringList, KeepsPairsAndFindsByNameOrValue) {
+    UStringList pairs;
+    EXPECT_EQ(0, pairs.addItem("user", "alice"));
+    EXPECT_EQ(0, pairs.addItem("host", "vpn.example"));
+    expectRows({ROW(pairs.getItem(1, 0), "host"), ROW(pairs.getItem(1, 1), "vpn.example"),
+                ROW(pairs.getItem(0, 2), "alice")});
+    EXPECT_EQ(nullptr, pairs.getItem(2, 0));
+    EXPECT_EQ(1, pairs.findItem("os", 0));
+    EXPECT_EQ(1, pairs.findItem("example", 1));
+    EXPECT_EQ(-1, pairs.findItem("alice", 0));
+    pairs.removeItem(0);
+    EXPECT_EQ(0, pairs.findItem("vpn", 1));
 }
 
 // Name/value lists: names fold ASCII letters only, the first spelling stays, the first '=' splits.
