@@ -13,25 +13,25 @@ import { showTab, WAITING_PREFIX } from './tab-badge.js';
 
 const APPROVED_KEY = 'approvedOrigins';
 
-// The origin of an http(s) URL or origin text, or null.
-export function portalOrigin(text) {
+// An http(s) URL or origin text, parsed; null for anything else (an opaque origin, "null", is no URL).
+function webUrl(text) {
   try {
     const url = new URL(text);
-    return url.protocol === 'http:' || url.protocol === 'https:' ? url.origin : null;
+    return url.protocol === 'http:' || url.protocol === 'https:' ? url : null;
   } catch {
     return null;
   }
 }
 
+// The origin of an http(s) URL or origin text, or null.
+export function portalOrigin(text) {
+  return webUrl(text)?.origin ?? null;
+}
+
 // True for an http: origin whose traffic may leave the machine (anything but loopback).
 export function isPlainHttp(origin) {
-  let url;
-  try {
-    url = new URL(origin);
-  } catch {
-    return false;  // an opaque origin ("null": a sandboxed frame, a file) is no http: one
-  }
-  if (url.protocol !== 'http:') return false;
+  const url = webUrl(origin);
+  if (url?.protocol !== 'http:') return false;
   const host = url.hostname;
   return !(host === 'localhost' || host.endsWith('.localhost') || host === '[::1]' || /^127\.\d+\.\d+\.\d+$/.test(host));
 }
@@ -121,11 +121,6 @@ export async function setWaiting(tabId, entries) {
   if (entries.length) await chrome.storage.session.set({ [key]: entries });
   else await chrome.storage.session.remove(key);
   await showTab(tabId);
-}
-
-// The tab closed.
-export async function forgetTab(tabId) {
-  await chrome.storage.session.remove(WAITING_PREFIX + tabId);
 }
 
 // Map tab id -> the entries waiting there.

@@ -1,8 +1,9 @@
 // The background: one TabSession per tab that has plug-in elements. Content scripts connect with one port
 // per frame; a closed tab ends its session and its host; a new approval reaches every session and the
 // origins that see the plug-in (presence.js).
-import { approvalsChanged, forgetTab } from './approval.js';
-import { applyPresence, hostStatus, probeHost, setHostEnded } from './presence.js';
+import { approvalsChanged } from './approval.js';
+import { applyPresence, hostStatus, probeHost } from './presence.js';
+import { forgetTab } from './tab-badge.js';
 import { TabSession } from './tab-session.js';
 
 const sessions = new Map();  // tab id -> TabSession
@@ -22,10 +23,7 @@ chrome.tabs.onRemoved.addListener((tabId) => {
   const session = sessions.get(tabId);
   sessions.delete(tabId);
   if (session) session.close();
-  else {  // a session of a service worker that has since restarted
-    forgetTab(tabId);
-    setHostEnded(tabId, null);
-  }
+  else forgetTab(tabId);  // a session of a service worker that has since restarted
 });
 
 chrome.storage.onChanged.addListener((changes, area) => {

@@ -39,6 +39,11 @@ export async function showTab(tabId) {
   ]).catch(() => {});  // the tab is gone
 }
 
+// The tab closed: all that was kept for it goes.
+export async function forgetTab(tabId) {
+  await chrome.storage.session.remove([WAITING_PREFIX + tabId, ENDED_PREFIX + tabId]);
+}
+
 // A tab's own title, or (null) the whole button's again: Firefox takes null for that, Chromium only a text.
 async function setTabTitle(tabId, title) {
   try {

@@ -1,11 +1,12 @@
 // One tab's part of the bridge: the plug-in elements of its frames, and the one native port to passway-host,
 // opened when the first element of an approved origin appears and kept until the tab closes (the plug-in
 // stays loaded across the tab's page loads, as in a browser). Protocol: docs/bridge.md.
-import { forgetTab, portalOrigin, readApprovals, setWaiting, waitingEntry } from './approval.js';
+import { portalOrigin, readApprovals, setWaiting, waitingEntry } from './approval.js';
 import { HOST_NAME, PROTOCOL_VERSION, statusOfDisconnect, statusOfMessage } from './host-status.js';
 import { callsInPage } from './page-call.js';
 import { PartJoiner } from './parts.js';
 import { applyPresence, disconnectReason, setHostEnded, setHostStatus } from './presence.js';
+import { forgetTab } from './tab-badge.js';
 const MAX_CALLS_AT_ONCE = 256;  // page calls in one injection
 const NPERR_NO_ERROR = 0;  // the NPError of an NPP_New or NPP_Destroy that succeeded
 // What the plug-in tells a page when the service of its session is gone: c_addcomm('ssldrop').
@@ -51,7 +52,6 @@ export class TabSession {
     this.#native?.disconnect();
     this.#native = null;
     forgetTab(this.#tabId);
-    setHostEnded(this.#tabId, null);
   }
 
   // Elements waiting for approval whose origins are now approved are created, without a reload. When an

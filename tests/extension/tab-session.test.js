@@ -91,7 +91,7 @@ test('downloads: made in the element\'s frame, relayed while open, cancelled by 
 });
 
 test('a host that goes: its elements are lost, a session still running hears ssldrop in its own document', async () => {
-  const { fake, tab, ports: [portal], host } = await tabWith([{ origin: PORTAL }, { origin: PORTAL, frameId: 4 }]);
+  const { fake, tab, ports: [portal], host, stored } = await tabWith([{ origin: PORTAL }, { origin: PORTAL, frameId: 4 }]);
   const session = JSON.stringify({ op: 'session', version: 1, element: 2 });  // a message in two parts
   say(host, { op: 'ready', name: 'plug-in', plugin: '/x.so' }, { op: 'session', element: 1 },
       { op: 'call', call: 1, element: 1, function: 'c_addcomm', args: ['ssldrop'] },  // the plug-in ended that one
@@ -111,6 +111,9 @@ test('a host that goes: its elements are lost, a session still running hears ssl
   await tab.approvalsChanged();
   await settle();
   assert.deepStrictEqual(sent(fake.natives[1]), ['hello', 'create 3']);
+  tab.close();
+  await settle();
+  assert.deepStrictEqual(Object.keys(stored).filter((key) => key.endsWith(':7')), [], 'a closed tab leaves nothing kept');
 });
 
 test('a page call answered after its host ended is sent to no later host', async () => {
