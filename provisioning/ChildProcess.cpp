@@ -14,7 +14,7 @@
 #include "Platform"
 #include "PluginLog.h"
 
-ProcessCalls g_processCalls = {::kill, ::waitpid, Sleep};
+ProcessCalls g_processCalls = {::fork, ::kill, ::waitpid, Sleep};
 
 namespace {
 std::vector<pid_t>& leftChildren() {
@@ -84,7 +84,7 @@ pid_t startWithInput(const char* path, const char* argument, const char* input, 
         PluginWriteLog(0, texts.pipeError, errno);
         return -1;
     }
-    pid_t pid = fork();
+    pid_t pid = g_processCalls.fork();
     if (pid < 0) {
         PluginWriteLog(0, texts.forkError, errno);
         close(channel[0]);

@@ -25,9 +25,10 @@ pid_t startWithInput(const char* path, const char* argument, const char* input, 
 // reader gone away raised, so that it is never delivered. Returns 0, or the errno of the failed write.
 int writeHoldingOffSigpipe(int fd, const char* data, size_t length);
 
-// The system calls by which children are signalled, reaped and waited for. The provisioning code calls
-// them only through this table, which a test may replace.
+// The system calls by which children are made, signalled, reaped and waited for. The provisioning code
+// calls them only through this table, which a test may replace.
 struct ProcessCalls {
+    pid_t (*fork)();
     int (*kill)(pid_t pid, int signal);
     pid_t (*waitpid)(pid_t pid, int* status, int options);
     void (*sleep)(unsigned int ms);
