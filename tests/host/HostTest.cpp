@@ -623,11 +623,16 @@ TEST(Protocol, TheGuidesTablesOfErrorsAndLimitsAreTheCodes) {
 TEST(HostProgram, EndsWithItsInput) { EXPECT_EQ(0, runCommand({PASSWAY_HOST}).exitCode); }
 
 // passway-host as a browser runs it, with the test plug-in, in a fresh HOME: frames to its input, frames from
-// its output.
+// its output. Told the plug-in to load, or (`asTheUsersOwn`) finding it where the user's own plug-ins are.
 class HostProcess {
 public:
-    HostProcess() {
-        setenv("PASSWAY_HOST_PLUGIN", PASSWAY_TEST_PLUGIN, 1);
+    explicit HostProcess(bool asTheUsersOwn = false) {
+        if (asTheUsersOwn) {
+            writeFile(home.path() + kUsersOwn, readFile(PASSWAY_TEST_PLUGIN));
+            unsetenv("PASSWAY_HOST_PLUGIN");
+        } else {
+            setenv("PASSWAY_HOST_PLUGIN", PASSWAY_TEST_PLUGIN, 1);
+        }
         int in[2], out[2];
         if (pipe(in) != 0 || pipe(out) != 0) return;
         pid = fork();
@@ -667,6 +672,7 @@ public:
         input = -1;
     }
 
+    static constexpr const char* kUsersOwn = "/.mozilla/plugins/libtunvo_plugin.so";
     TempHome home;
     pid_t pid = -1;
     int input = -1, output = -1;
@@ -721,17 +727,10 @@ TEST(HostProgram, AHeldReplyHoldsUpNoOtherReply) {
 
 // Without PASSWAY_HOST_PLUGIN the host loads the user's own plug-in first, as browsers look for it.
 TEST(HostProgram, LoadsTheUsersOwnPluginFirst) {
-    TempHome home;
-    std::string mine = home.path() + "/.mozilla/plugins/libtunvo_plugin.so";
-    writeFile(mine, readFile(PASSWAY_TEST_PLUGIN));
-    unsetenv("PASSWAY_HOST_PLUGIN");
-    std::string hello = R"({"op":"hello","version":1,"userAgent":"x"})", frame;
-    uint32_t length = static_cast<uint32_t>(hello.size());
-    CommandResult run = runCommand({PASSWAY_HOST}, std::string(reinterpret_cast<char*>(&length), 4) + hello);
-    FrameReader replies;
-    replies.feed(run.out.data(), run.out.size());
-    ASSERT_EQ(FrameReader::Result::Frame, replies.next(frame, length));
-    EXPECT_EQ(mine, json::parse(frame).value("plugin", "")) << frame;
+    HostProcess host(true);
+    host.send(kHello);
+    ASSERT_EQ("ready", host.reply());
+    EXPECT_EQ(host.home.path() + HostProcess::kUsersOwn, host.last.value("plugin", ""));
 }
 
 }  // namespace
