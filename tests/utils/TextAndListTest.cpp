@@ -25,14 +25,17 @@
 #include "Url"
 #include "list"
 
-// Every CString buffer comes from operator new[]: while g_watchFrees is set, a block freed with "s3cret" in it
-// is noted.
+// Every CString buffer comes from operator new[]: a new block holds no stale text (a copy that leaves bytes out
+// shows), and while g_watchFrees is set, a block freed with "s3cret" in it is noted.
 bool g_watchFrees = false, g_freedASecret = false;
+void* operator new[](size_t size, const std::nothrow_t&) noexcept {
+    void* block = malloc(size != 0 ? size : 1);
+    return block != nullptr ? memset(block, 0xA5, size) : nullptr;
+}
 void* operator new[](size_t size) {
-    if (void* block = malloc(size != 0 ? size : 1)) return block;
+    if (void* block = operator new[](size, std::nothrow)) return block;
     throw std::bad_alloc();
 }
-void* operator new[](size_t size, const std::nothrow_t&) noexcept { return malloc(size != 0 ? size : 1); }
 void operator delete[](void* block) noexcept {
     if (g_watchFrees && block != nullptr && memmem(block, malloc_usable_size(block), "s3cret", 6)) g_freedASecret = true;
     free(block);
@@ -79,6 +82,9 @@ TEST(CStringSharing, LockedBuffersAreCopiedStayPutAndAreWiped) {
     char* locked = a.LockBuffer();
     a = "xy";
     EXPECT_NE(at(a), at(CString(a))) << "a locked buffer is copied";
+    a.UnlockBuffer();
+    EXPECT_EQ(at(a), at(CString(a))) << "an unlocked one is shared again";
+    a.LockBuffer();
     CString other("uv");
     a = other;
     EXPECT_EQ(locked, at(a)) << "a string assigned to a locked one is copied into its buffer";
@@ -139,6 +145,7 @@ TEST(CStringFormatDeathTest, SizedConversionsEqualSnprintfOthersAreCut) {
     LIKE_SNPRINTF("[%e|%g|%G|%.30f|%ld|%lu|%hd|%s]", -1.5e-5, 1e-7, 1e6, 1.0 / 3, -5L, 6UL, 7, "after l, h");
     LIKE_SNPRINTF("%d%d%d%d%Lf|%s|%qx|%qi|%s", 1, 2, 3, 4, 1.5L, "after L", 0xfedcba9876ULL, -9LL, "after q");
     EXPECT_EQ(printed("%f", 1e200).substr(0, 128), formatted("%f", 1e200));
+    EXPECT_EQ("ab1", formatted("%.0s%.*s%lld", "abc", 2, "abcdef", 123456LL)) << "%ll sized as the text 'd': cut";
     EXPECT_THROW(formatted("%2147483647d", 1), std::bad_alloc);
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_DEATH(formatted("value %5C", 'x'), "%c conversion is not supported");
