@@ -122,6 +122,7 @@ TEST_F(Provisioning, TheInstallerOutcomeIsReported) {
         install(signatureOf(kPackage), "application/x-tar", row.method);
         EXPECT_EQ(std::string("javascript:VPNInstallation") + row.page + "()", lastPageCall());
         EXPECT_TRUE(logged(row.line, before));
+        EXPECT_FALSE(logged("outlived SIGTERM", before)) << "one that ends on SIGTERM gets no SIGKILL";
         EXPECT_EQ(0u, installerLog().find(std::string(row.method) == "sudo" ? "SUDO\n" : "SU\n"));
         size_t polls = count(log().substr(before), "- waiting to let installation complete");
         EXPECT_TRUE(row.polls == 0 || row.polls == polls) << polls << " polls";

@@ -434,6 +434,18 @@ TEST(UHashTable, ParsesNameValueListsCaseInsensitively) {
         table.initFromValNameString(c[0], '&', '=');
         EXPECT_EQ(c[2], bytes(table.getVar(c[1], "none"))) << c[0];
     }
+    // The splitters on their own: at the first or the last separator, trimmed unless asked not to.
+    CString l, r = "old";
+    const auto shown = [&](int result) {
+        return CString((std::to_string(result) + "[" + bytes(l) + "][" + bytes(r) + "]").c_str());
+    };
+    expectRows({ROW(shown(SplitString(" a = b=c ", l, r, '=', false, false)), "3[a][b=c]"),
+                ROW(shown(SplitString(" a = b=c ", l, r, '=', true, true)), "6[ a = b][c ]"),
+                ROW(shown(SplitString(" x ", l, r, '=', false, false)), "-1[x][]"),
+                ROW(shown(SplitString("", l, r, '=', false, false)), "-1[][]"),
+                ROW(shown(ParseNameValue(" n = v=w ", l, r)), "1[n][v=w]"),
+                ROW(shown(ParseNameValue("=v", l, r)), "0[n][v=w]"),
+                ROW(shown(ParseNameValue("none", l, r)), "0[n][v=w]")});
 }
 
 // An array keeps its elements when it grows, zeroes the new ones, and can append itself.
