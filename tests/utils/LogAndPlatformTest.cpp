@@ -17,6 +17,7 @@
 
 #include "TestSupport.h"
 #include "Debug"
+#include "Encoding"
 #include "Exception"
 #include "FileErrorLog"
 #include "LogSettings"
@@ -334,6 +335,15 @@ TEST(SGetEnvironmentVariable, FallsBackForEmptyUnsetAndOverlongValues) {
         if (row.first) setenv("PASSWAY_VAR", row.first, 1); else unsetenv("PASSWAY_VAR");
         EXPECT_STREQ(row.second.c_str(), SGetEnvironmentVariable("PASSWAY_VAR", "fb")) << row.second.size();
     }
+}
+
+// Ids count from 1; the start and the pid stay. Each number is in its bytes' memory order.
+TEST(SGenerateID, CountsFromOneAfterTheStartAndThePid) {
+    const std::string first(SGenerateID()), second(SGenerateID());
+    const DWORD pid = GetCurrentProcessId();
+    EXPECT_EQ("0100000000000000-", first.substr(0, 17));
+    EXPECT_EQ("0200000000000000" + first.substr(16), second);
+    EXPECT_EQ(std::string(BinToHex(&pid, sizeof pid, 0)), first.substr(26)) << first;
 }
 
 }  // namespace

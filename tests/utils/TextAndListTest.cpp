@@ -58,8 +58,9 @@ TEST(CString, EditsMatchTheirStdStringTwins) {
         EDIT(s.Replace('a', 'q'), std::replace(m.begin(), m.end(), 'a', 'q')), EDIT(s.SetAt(9, 'Z'), (void)m),
         EDIT(s.Replace(".b", s), m.replace(2, 2, std::string(m))), EDIT(s.GetBufferSetLength(3), m.resize(3)),
         EDIT(s = s.Right(3) + s.Left(2), m = m.substr(5) + " a"), EDIT(s = s.Mid(2, 3), m = m.substr(2, 3)),
-        EDIT(s = '<' + s + '>' + "!", m = '<' + m + '>' + "!"), EDIT(s.Replace("A", nullptr), m.erase(5, 1)),
-        EDIT(s.Format("%s|%d", at(s), 5), m += "|5"), EDIT(AppendGrowing(s, "=", 1), m += "="),
+        EDIT(s = '\0' + ('<' + s + '>' + '\0') + "!", m = '<' + m + '>' + "!"),  // a '\0' adds nothing
+        EDIT(s.Replace("A", nullptr), m.erase(5, 1)), EDIT(s.Format("%s|%d", at(s), 5), m += "|5"),
+        EDIT(AppendGrowing(s, "=", 1), m += "="),
         EDIT(AppendGrowing(s, "", 0), (void)m), EDIT((s += 'c', s += '\0'), m += 'c'), EDIT(s += s, m += m),
         EDIT(s.MakeUpper(), m = " A.B A \t"), EDIT(s.SetAt(2, 'Z'), m[2] = 'Z'), EDIT(s.FreeExtra(), (void)m),
         EDIT(s.TrimLeft(), m.erase(0, 1)), EDIT(s = CString("x"), m = "x"), EDIT(s.TrimRight(), m.erase(6)),
@@ -218,7 +219,7 @@ TEST(Base64, KnownAnswersBothWaysAndOddInput) {
     const char* const known[][2] = {
         {"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"}, {"foob", "Zm9vYg=="}, {"fooba", "Zm9vYmE="},
         {"foobar", "Zm9vYmFy"}, {"\xfb\xfa\xf9\xf8\xf7\xf6\x01\x02", "+/r5+Pf2AQI="}, {"AB", "QUI"},
-        {"ABC", "Q U\r\nJ\tD"}, {"ABC", "QU=JD=="}, {"AB", "QUI\x80QUJD"}, {"", "Q"}, {"", "!!"}};
+        {"ABCABC", "Q U\r\nJ\tDQUJD"}, {"ABC", "QU=JD=="}, {"AB", "QUI\x80QUJD"}, {"", "Q"}, {"", "!!"}};
     for (int i = 0; i < 14; ++i) {
         CString encoded("keep:");  // Encode appends
         CRFCBase64::Encode(u(known[i][0]), i < 8 ? static_cast<int>(strlen(known[i][0])) : 0, encoded);
