@@ -17,7 +17,7 @@ TEST_F(Live, TheProbeHandsTheServiceReplyToThePage) {
         std::string service, reply, message;
     } rows[] = {
         {false, false, "http", big, big},  // first: its line is logged whole before the log file rotates
-        {false, false, "http", "X-Status: 1\r\n\r\npayload", "payload"},
+        {false, false, "http", "X\r\n\r\npayload", "payload"},
         {false, false, "http", "\r\n\r\nwhole", "\r\n\r\nwhole"},
         {false, false, "http", "it's \"quoted\"\nand \\ on", "it's \"quoted\"\nand \\ on"},
         {false, false, "http", std::string("abc\0def", 7), "abc"},

@@ -25,6 +25,8 @@ TEST(PasswaySign, SignsWhatThePluginAcceptsAndExitsByOutcome) {
     };
     for (const auto& [exitCode, command] : rows)
         EXPECT_EQ(exitCode, runCommand(command).exitCode) << ::testing::PrintToString(command);
+    EXPECT_EQ(0u, runCommand({PASSWAY_SIGN, "--help"}).out.find("usage: passway-sign")) << "asked for: on stdout";
+    EXPECT_EQ("", runCommand({PASSWAY_SIGN}).out) << "after a problem: on stderr";
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <fcntl.h>
 #include <functional>
+#include <thread>
 #include <regex>
 #include <tuple>
 #include <csignal>
@@ -51,7 +52,7 @@ TEST(ErrorLog, LinesHandedToTheSinkAtALogLevel) {
         {"hex: 32 bytes a line, up to the level", 5, [](auto& l) {
              unsigned char bytes[33];
              for (unsigned char i = 0; i < 33; ++i) bytes[i] = i;
-             l.WriteAsHex(5, bytes, 33), l.WriteAsHex(6, bytes, 1); },
+             EXPECT_EQ(0, l.WriteAsHex(5, bytes, 33) + l.WriteAsHex(6, bytes, 1)); },
          {"5,,,,   0  1  2  3  4  5  6  7  8  9  A  B  C  D  E  F 10 11 12 13 14 15 16 17 18 19 1A 1B 1C 1D 1E 1F\n",
           "5,,,,  20\n"}},
         {"0 is 1; changes logged", 1, [](auto& l) { l.SetLogLevel(0); l.SetLogLevel(63); l.SetLogLevel(63); },
@@ -271,6 +272,17 @@ TEST(UMutex, NeverLocksOnThisPlatform) {
         EXPECT_EQ(0, mutex->Release());
         EXPECT_FALSE(mutex->isOwned());
     }
+}
+
+// A critical section counts how deep its thread holds it; an unlock too many does nothing, and one lock
+// after another leaves it free for another thread.
+TEST(UAutoCriticalSection, CountsItsDepthAndIgnoresAnUnlockTooMany) {
+    UAutoCriticalSection section;
+    section.Lock(), section.Lock();
+    EXPECT_EQ(2, section.depth());
+    section.Unlock(), section.Unlock(), section.Unlock();
+    EXPECT_EQ(0, section.depth());
+    std::thread([&section] { section.Lock(), section.Unlock(); }).join();
 }
 
 // Traces go to standard output as "[pid] text" when asked (a null format leaves the prefix, a long text is cut

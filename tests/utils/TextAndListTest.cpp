@@ -64,7 +64,8 @@ TEST(CString, EditsMatchTheirStdStringTwins) {
         EDIT(AppendGrowing(s, "", 0), (void)m), EDIT((s += 'c', s += '\0'), m += 'c'), EDIT(s += s, m += m),
         EDIT(s.MakeUpper(), m = " A.B A \t"), EDIT(s.SetAt(2, 'Z'), m[2] = 'Z'), EDIT(s.FreeExtra(), (void)m),
         EDIT(s.TrimLeft(), m.erase(0, 1)), EDIT(s = CString("x"), m = "x"), EDIT(s.TrimRight(), m.erase(6)),
-        EDIT(s.SecureEmpty(), m = ""), EDIT(s = "ab", m = "ab"), EDIT(s.Empty(), m = "")};
+        EDIT(s.SecureEmpty(), m = ""), EDIT(s = "ab", m = "ab"), EDIT(s.Empty(), m = ""),
+        EDIT((s.GetBufferSetLength(1), s.Empty()), m = "")};
     for (const auto& edit : edits)
         for (bool lock : {false, true}) {
             CString s(" a.b A \t"), sharer(s);
@@ -185,7 +186,7 @@ TEST(Path, SplitsAtTheLastSeparatorAddsAndStripsTrailingOnes) {
                                     {"a\\b/c", "a\\b/|c"}, {"/tmp/..", "/tmp/..|"}, {"", "|"}, {"/x", "/|x"}};
     for (const auto& c : cases) {
         CString dir("stale"), name("stale");
-        ParseFullPath(c[0], dir, name);
+        EXPECT_TRUE(ParseFullPath(c[0], dir, name));
         EXPECT_EQ(c[1], bytes(dir) + "|" + bytes(name)) << c[0];
         EXPECT_EQ(c[1], bytes(SGetFilePath(c[0], "")) + "|" + bytes(SGetFileName(c[0], ""))) << c[0];
     }
@@ -348,14 +349,17 @@ TEST(UList, KeepsOrderIgnoresBadIndexesFailsWhenItCannotGrow) {
                                                  "EXCEPTION - malloc error (size), 32\n"));
 }
 
-// deleteObjects deletes every object the list holds, the first too, and empties it.
+// deleteObject deletes the one it removes; deleteObjects every object the list holds, the first too.
 TEST(UList, DeleteObjectsDeletesEachOne) {
     static int deleted = 0;
     struct Counted : UObject { ~Counted() override { ++deleted; } };
     UList list;
-    for (int i = 0; i < 3; ++i) list.addObject(new Counted);
+    for (int i = 0; i < 4; ++i) list.addObject(new Counted);
+    list.deleteObject(1);
+    list.deleteObject(7);
+    EXPECT_EQ(1, deleted);
     EXPECT_EQ(0, list.deleteObjects());
-    EXPECT_EQ(3, deleted);
+    EXPECT_EQ(4, deleted);
     EXPECT_EQ(0, list.getCount());
 }
 
@@ -427,7 +431,7 @@ TEST(UHashTable, ParsesNameValueListsCaseInsensitively) {
     expectRows({ROW(table.getItemByIndex(0)->m_name, "a"), ROW(table.getValByIndex(0, ""), "1"),
                 ROW(table.getItemByIndex(1)->m_name, "B"), ROW(table.getVar("b", ""), "3"),
                 ROW(table.getVar("C", "-"), ""), ROW(table.getValByIndex(3, "none"), "none")});
-    EXPECT_EQ(2, table.initFromString(" x ;; y", ';', "item"));  // numbered items, from 0
+    EXPECT_EQ(2, table.initFromString("; x ;; y", ';', "item"));  // numbered items, from 0
     EXPECT_EQ("x y -", bytes(table.getVar("item0", "")) + " " + bytes(table.getVar("item1", "")) + " " +
                           bytes(table.getVar("item2", "-")));
     const char* const cases[][3] = {{"x=1=2", "x", "1=2"}, {"=v", "", "v"}, {"\xC4=1&\xE4=2", "\xC4", "1"}};
