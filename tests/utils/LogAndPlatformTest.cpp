@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <fcntl.h>
+#include <climits>
 #include <functional>
 #include <thread>
 #include <regex>
@@ -58,7 +59,7 @@ TEST(ErrorLog, LinesHandedToTheSinkAtALogLevel) {
         {"0 is 1; changes logged", 1, [](auto& l) { l.SetLogLevel(0); l.SetLogLevel(63); l.SetLogLevel(63); },
          {"0,,,, log level has been changed to 63\n"}},
         // The level-named writes: a column of their own and a threshold each.
-        {"LEVEL0 at any level", -5, levels, {"1,,,, z"}}, {"LEVEL1 not at 1", 1, levels, {"1,,,, z"}},
+        {"LEVEL0 at any level", INT_MIN, levels, {"1,,,, z"}}, {"LEVEL1 not at 1", 1, levels, {"1,,,, z"}},
         {"LEVEL1 from 2", 2, levels, {"1,,,, z", "2,,,, o1"}},
         {"LEVEL2 not at 47", 47, levels, {"1,,,, z", "2,,,, o1"}},
         {"LEVEL2 from 48", 48, levels, {"1,,,, z", "2,,,, o1", "48,,,, t"}},
@@ -248,7 +249,8 @@ TEST(LogSettings, ValuesReadFromTheFile) {
 // The default level is overwritten in place or appended; a missing file is made from a commented template.
 TEST(LogSettings, SetLogLevelEditsTheFile) {
     const struct { const char* shows; std::string before, after; } rows[] = {
-        {"in place", "a\ndefault_log_level=63\nnext\n", "a\ndefault_log_level=31\nnext\n"},
+        {"in place, the first only", "a\ndefault_log_level=63\nnext\ndefault_log_level=48\n",
+         "a\ndefault_log_level=31\nnext\ndefault_log_level=48\n"},
         {"missing: appended", "# nothing\n", "# nothing\n\ndefault_log_level=31\n"},
         {"no file: the template's keys", "", "default_log_level=31"}};
     for (const auto& row : rows) {
