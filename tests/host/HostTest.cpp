@@ -358,6 +358,16 @@ TEST_F(BridgeTest, ThePackageIsInstalledWholeAndNoPartOfABrokenOneStays) {
     close(999), unlink(other);
 }
 
+// A URL the bridge does not carry (not javascript:, the service's or http(s)) is refused and logged, and the
+// extension is asked for nothing.
+TEST_F(BridgeTest, AURLItDoesNotCarryIsRefused) {
+    send(kHello);
+    send({{"op", "create"}, {"element", 4}, {"attributes", NpapiHost::Parameters{{"_installvpn", "1"},
+        {"hostrooturl", "ftp://portal.test"}, {"tunvourl", "/p"}, {"tunvosize", "9"}, {"signature", "x"}}}});
+    EXPECT_NE(std::string::npos, hostLog.find("refused request for ftp://portal.test/p\n")) << hostLog;
+    for (const json& message : sent) EXPECT_NE("fetch", message["op"]);
+}
+
 // Every message has exactly its operation's fields: one missing or of another type gets 4 (with the op),
 // one the operation does not have there gets 9 (with its name). Messages that pass reach the next check:
 // 7, for calls and requests that are not open.

@@ -90,6 +90,20 @@ TEST(ServiceGuard, StopsOnlyTheServiceItsHostStartedAndNeverStopped) {
     EXPECT_FALSE(runningService(service.root, found)) << "a service that ended is not running";
 }
 
+// The guard the host starts: told the service is owned, it stops the service once the host's end closes.
+TEST(ServiceGuard, TheGuardTheHostStartsStopsItsServiceWhenTheHostEnds) {
+    StandInService service;
+    ServiceProcess found;
+    ASSERT_TRUE(runningService(service.root, found));
+    {
+        ServiceGuard guard;
+        ASSERT_TRUE(guard.start(service.root));
+        guard.owned(found);
+    }
+    for (int tries = 0; tries < 1000 && service.running(); ++tries) usleep(10000);
+    EXPECT_FALSE(service.running());
+}
+
 // A guard that has gone (its end of the pipe closed) holds up nothing: telling it fails and returns.
 TEST(ServiceGuard, AGuardThatWentIsToldInVain) {
     int ends[2];

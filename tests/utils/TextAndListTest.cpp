@@ -144,6 +144,7 @@ TEST(CStringFormatDeathTest, SizedConversionsEqualSnprintfOthersAreCut) {
     LIKE_SNPRINTF("%%%%%%%%%%%%%%%%%%%%%s|%%d", "after ten %%");
     LIKE_SNPRINTF("[%9s|%10s|%-90s|%s]", "a", "", "c", nullText());  // strings are sized exactly
     LIKE_SNPRINTF("[%*d|%-*s|%*s|%.*s|%*.*f]", 40, 7, -50, "left", 2, "abcdef", 3, "abcdef", 150, 10, 2.5);
+    LIKE_SNPRINTF("[%0*d|%s]", 5, 42, "after 0*");
     LIKE_SNPRINTF("[%e|%g|%G|%.30f|%ld|%lu|%hd|%s]", -1.5e-5, 1e-7, 1e6, 1.0 / 3, -5L, 6UL, 7, "after l, h");
     LIKE_SNPRINTF("%d%d%d%d%Lf|%s|%qx|%qi|%s", 1, 2, 3, 4, 1.5L, "after L", 0xfedcba9876ULL, -9LL, "after q");
     EXPECT_EQ(printed("%f", 1e200).substr(0, 128), formatted("%f", 1e200));
