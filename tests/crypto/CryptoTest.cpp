@@ -2,11 +2,22 @@
 // certificate, what is refused, and its HMAC with the preshared key.
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <cstdlib>
+#include <openssl/crypto.h>
+
 #include "Encoding"
 #include "Signature"
 #include "TestSupport.h"
 
 namespace {
+
+// OpenSSL allocates through these from the program's start, so that a test can make it fail.
+std::atomic<bool> g_opensslFails{false};
+void* opensslMalloc(size_t n, const char*, int) { return g_opensslFails ? nullptr : malloc(n); }
+void* opensslRealloc(void* p, size_t n, const char*, int) { return g_opensslFails ? nullptr : realloc(p, n); }
+void opensslFree(void* p, const char*, int) { free(p); }
+const bool g_opensslHooked = CRYPTO_set_mem_functions(opensslMalloc, opensslRealloc, opensslFree) == 1;
 
 const auto bytes = [](std::string& s) { return reinterpret_cast<unsigned char*>(&s[0]); };
 const auto hex = [](const std::string& raw) { return std::string(BinToHex(raw.data(), raw.size(), 0)); };
@@ -56,6 +67,16 @@ TEST(CSignature, VerifiesExactlyTheTestKeysSignatureOfTheDigest) {
         EXPECT_EQ("", std::string(check.DecryptSignature(undecryptable.c_str()))) << "another key's, or too long";
     // HMAC-MD5 with the preshared key (tests/data/test-preshared.key), as base64.
     EXPECT_EQ("e8M4r4ZTlSAeKZJXjEIhIw==", std::string(check.Sign("session=1")));
+}
+
+// One that could not read its certificate (OpenSSL had no memory for it) verifies nothing.
+TEST(CSignature, WithoutItsCertificateVerifiesNothing) {
+    ASSERT_TRUE(g_opensslHooked);
+    const std::string digest = opensslBase64(opensslMd5("package")), signature = signatureOf("package");
+    g_opensslFails = true;
+    CSignature check;
+    g_opensslFails = false;
+    EXPECT_FALSE(check.VerifySignature(signature.c_str(), digest.c_str()));
 }
 
 }  // namespace

@@ -94,6 +94,7 @@ TEST_F(Live, HandlersAnswerWithoutARecordAndInitialiseOnTheFirstDrawable) {
     waitpid(child, &status, 0);
     EXPECT_EQ(0, status);
     EXPECT_EQ(0, PluginInstance_init(nullptr, nullptr));
+    EXPECT_EQ(0, PluginInstance_init(static_cast<struct_nsPluginInstance*>(instance->npp.pdata), nullptr));
     EXPECT_EQ(0, PluginInstance_isInitialized(nullptr));
 }
 
