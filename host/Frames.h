@@ -21,6 +21,8 @@ public:
     // Frame: `frame` holds the next frame's text. NeedMore: no whole frame yet. TooLarge: the next frame's
     // length (in `length`) passes kMaxFrameIn; the reader cannot go on.
     Result next(std::string& frame, uint32_t& length);
+    // Bytes kept, read or not: at most about 1 MiB more than the frame being read.
+    size_t held() const { return m_buffer.size(); }
 
 private:
     std::string m_buffer;

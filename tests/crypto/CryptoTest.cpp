@@ -12,11 +12,23 @@
 
 namespace {
 
-// OpenSSL allocates through these from the program's start, so that a test can make it fail.
+// OpenSSL allocates through these from the program's start, so that a test can make it fail, and count the
+// blocks it holds.
 std::atomic<bool> g_opensslFails{false};
-void* opensslMalloc(size_t n, const char*, int) { return g_opensslFails ? nullptr : malloc(n); }
-void* opensslRealloc(void* p, size_t n, const char*, int) { return g_opensslFails ? nullptr : realloc(p, n); }
-void opensslFree(void* p, const char*, int) { free(p); }
+std::atomic<long> g_opensslBlocks{0};
+void* opensslMalloc(size_t n, const char*, int) {
+    void* block = g_opensslFails ? nullptr : malloc(n);
+    if (block != nullptr) ++g_opensslBlocks;
+    return block;
+}
+void* opensslRealloc(void* p, size_t n, const char* file, int line) {
+    if (p == nullptr) return opensslMalloc(n, file, line);
+    return g_opensslFails ? nullptr : realloc(p, n);
+}
+void opensslFree(void* p, const char*, int) {
+    if (p != nullptr) --g_opensslBlocks;
+    free(p);
+}
 const bool g_opensslHooked = CRYPTO_set_mem_functions(opensslMalloc, opensslRealloc, opensslFree) == 1;
 
 const auto bytes = [](std::string& s) { return reinterpret_cast<unsigned char*>(&s[0]); };
@@ -69,14 +81,20 @@ TEST(CSignature, VerifiesExactlyTheTestKeysSignatureOfTheDigest) {
     EXPECT_EQ("e8M4r4ZTlSAeKZJXjEIhIw==", std::string(check.Sign("session=1")));
 }
 
-// One that could not read its certificate (OpenSSL had no memory for it) verifies nothing.
-TEST(CSignature, WithoutItsCertificateVerifiesNothing) {
+// One that could not read its certificate (OpenSSL had no memory for it) verifies nothing; one that could
+// gives back all it took from OpenSSL.
+TEST(CSignature, WithoutItsCertificateVerifiesNothingAndLeavesNothingBehind) {
     ASSERT_TRUE(g_opensslHooked);
     const std::string digest = opensslBase64(opensslMd5("package")), signature = signatureOf("package");
     g_opensslFails = true;
-    CSignature check;
+    EXPECT_FALSE(CSignature().VerifySignature(signature.c_str(), digest.c_str()));
     g_opensslFails = false;
-    EXPECT_FALSE(check.VerifySignature(signature.c_str(), digest.c_str()));
+    std::vector<long> held;  // after each check; the first ones make OpenSSL's lasting tables
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_TRUE(CSignature().VerifySignature(signature.c_str(), digest.c_str()));
+        held.push_back(g_opensslBlocks);
+    }
+    EXPECT_EQ(held[2], held[3]) << held[0] << " " << held[1];
 }
 
 }  // namespace

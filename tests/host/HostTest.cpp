@@ -89,6 +89,19 @@ TEST(Frames, ALargeMessageGoesInPartsThatRebuildItAndAnOverlongFrameStopsTheRead
     });
     for (int i = 0; i < 3; ++i) sliced.send({{"op", "call"}, {"args", {std::string(kMaxFrameOut, 'x')}}});
     ASSERT_EQ(3u, ids.size());
+    FrameReader steady;  // fed in pieces that end inside a frame, read as it is fed: what was read goes
+    std::string stream;
+    const uint32_t size = 1027;  // frames of 1,031 bytes fed 1,000 at a time: their ends meet every 1,031,000
+    for (int i = 0; i < 3000; ++i)
+        stream += std::string(reinterpret_cast<const char*>(&size), 4) + std::string(size, 'z');
+    size_t most = 0;
+    for (size_t at = 0; at < stream.size(); at += 1000) {
+        steady.feed(stream.data() + at, std::min<size_t>(1000, stream.size() - at));
+        while (steady.next(frame, length) == FrameReader::Result::Frame) {
+        }
+        most = std::max(most, steady.held());
+    }
+    EXPECT_LE(most, (1u << 20) + 2031);
     FrameWriter refused([](const char*, size_t) { return false; });
     EXPECT_FALSE(refused.send({{"op", "call"}, {"args", {std::string(kMaxFrameOut, 'x')}}})) << "a part not taken";
     EXPECT_LE(*ids.rbegin(), (1ull << 53) - 1);
