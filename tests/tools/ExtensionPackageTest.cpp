@@ -85,7 +85,9 @@ TEST(PasswayCrx, WritesWhatChromeTakesAndExitsByOutcome) {
               runCommand({PASSWAY_CRX, "key", key}).out);
     EXPECT_EQ("hlmebnbopkgpblopheclgoamccpinpha\n", runCommand({PASSWAY_CRX, "pack", key, zip, zip + ".crx"}).out);
     EXPECT_TRUE(verifies(readFile(zip + ".crx")));
-    std::string manifest = runCommand({PASSWAY_CRX, "update-manifest", "abc", "1.0", "https://h/p.crx"}).out;
+    CommandResult run = runCommand({PASSWAY_CRX, "update-manifest", "abc", "1.0", "https://h/p.crx"});
+    const std::string& manifest = run.out;
+    EXPECT_EQ(0, run.exitCode);
     EXPECT_NE(std::string::npos, manifest.find("<app appid='abc'>")) << manifest;
     EXPECT_NE(std::string::npos, manifest.find("codebase='https://h/p.crx' version='1.0'")) << manifest;
     const std::pair<int, std::vector<std::string>> rows[] = {

@@ -171,7 +171,7 @@ TEST(StrFormat, FillsTheLowestPlaceholderAndWritesValuesInTheirWidths) {
         ROW(createString(18446744073709551615ULL), "18446744073709551615"),
         ROW(createString(static_cast<short>(-2)), "-2"), ROW(createString(0.25f), "0.250000"),
         ROW(createString("abc\0def", 7, "fb"), "abc"), ROW(createString("abcdef", 2, "fb"), "ab"),
-        ROW(createString("abcdef", 0, "fb"), "abcdef"), ROW(createString(L"wide", 2, "fb"), "wi"),
+        ROW(createString("abcdef", 0, "fb"), "abcdef"), ROW(createString(L"wide", 1, "fb"), "w"),
         ROW(createString(static_cast<const char*>(nullptr), 3, "fb"), "fb"), ROW(stripCR("a\r\nb\n"), "ab"),
         ROW(CString(static_cast<const char*>(nullptr), 3), "")});
     CString added("a");
