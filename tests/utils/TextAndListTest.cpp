@@ -65,7 +65,7 @@ TEST(CString, EditsMatchTheirStdStringTwins) {
         EDIT(s.MakeUpper(), m = " A.B A \t"), EDIT(s.SetAt(2, 'Z'), m[2] = 'Z'), EDIT(s.FreeExtra(), (void)m),
         EDIT(s.TrimLeft(), m.erase(0, 1)), EDIT(s = CString("x"), m = "x"), EDIT(s.TrimRight(), m.erase(6)),
         EDIT(s.SecureEmpty(), m = ""), EDIT(s = "ab", m = "ab"), EDIT(s.Empty(), m = ""),
-        EDIT((s.GetBufferSetLength(1), s.Empty()), m = "")};
+        EDIT((s.GetBufferSetLength(1), s.Empty()), m = ""), EDIT(s = at(s), (void)m), EDIT(s = s.Right(8), (void)m)};
     for (const auto& edit : edits)
         for (bool lock : {false, true}) {
             CString s(" a.b A \t"), sharer(s);
