@@ -230,6 +230,12 @@ TEST_F(BridgeTest, AServiceReplyReachesThePageAsTextAndARefusedConnectionDropsTh
     for (int fd = bridge.watched().at(0); !bridge.watched().empty(); bridge.run()) bridge.onReadable(fd);
     EXPECT_EQ("c_addcomm[\"ssldrop\"] c_addcomm[\"it's <b>'\"] ", calls);
     EXPECT_EQ(std::vector<std::string>{"GET /vpn.php?INFO HTTP/1.0"}, service.requests()) << "not its own";
+    service.resetNext();  // a connection reset: a network error, and the plug-in asks the service itself
+    send({{"op", "destroy"}, {"element", 4}});
+    send(kProbe);
+    for (int fd = bridge.watched().at(0); !bridge.watched().empty(); bridge.run()) bridge.onReadable(fd);
+    EXPECT_NE(std::string::npos, hostLog.find("read failed: Connection reset by peer")) << hostLog;
+    EXPECT_EQ("GET /vpn.php?INFO HTTP/1.1", service.requests().back());
 }
 
 // A reply that comes in pieces with a pause between them (a service that holds the rest until it has news),

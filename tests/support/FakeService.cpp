@@ -59,6 +59,12 @@ void FakeService::serve() {
         for (pollfd more = {fd, POLLIN, 0}; poll(&more, 1, 0) > 0 && read(fd, buffer, sizeof buffer) > 0;) {
         }
         std::string line = request.substr(0, request.find("\r\n"));
+        if (m_reset.exchange(false)) {
+            const linger reset = {1, 0};
+            setsockopt(fd, SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
+            close(fd);
+            continue;
+        }
         {
             std::lock_guard<std::mutex> hold(m_mutex);
             m_requests.push_back(line);

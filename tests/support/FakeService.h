@@ -27,6 +27,8 @@ public:
     // that holds the rest of its reply until it has news.
     void holdAfter(const std::string& marker) { m_holdAfter = marker, m_released = false; }
     void release() { m_released = true; }
+    // The next request is answered by resetting its connection.
+    void resetNext() { m_reset = true; }
 
 private:
     void serve();
@@ -34,6 +36,7 @@ private:
     int m_listener = -1;
     std::atomic<bool> m_stop{false};
     std::atomic<bool> m_released{false};
+    std::atomic<bool> m_reset{false};
     std::string m_holdAfter;
     mutable std::mutex m_mutex;
     Reply m_reply;

@@ -9,7 +9,7 @@ namespace {
 TEST(PasswaySign, SignsWhatThePluginAcceptsAndExitsByOutcome) {
     TempHome home;
     const std::string package = home.path() + "/package", key = testDataPath("test-signing-key.pem");
-    writeFile(package, std::string(3 * 65536 + 17, 'p'));  // several reads, the last one partial
+    writeFile(package, std::string(3 * 65536 + 1, 'p'));  // several reads, the last one of a single byte
     std::string signature = runCommand({PASSWAY_SIGN, key, package}).out;
     EXPECT_TRUE(CSignature().VerifySignature(signature.c_str(),
                                              opensslBase64(opensslMd5(readFile(package))).c_str()));

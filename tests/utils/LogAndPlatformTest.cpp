@@ -129,7 +129,9 @@ TEST(UFileErrorLog, WhatTheReaderSeesThroughAReopen) {
     home.log.WriteLog(5, "five\n");
     // "2016-04-29, 9:05:07:000, 4711,4711,tunvo_plugin, ": local time, space-padded hour, no milliseconds.
     std::string pid = std::to_string(getpid()), rule = "={74}\n";
-    std::string h = "\\d{4}-\\d\\d-\\d\\d, 9:\\d\\d:\\d\\d:000, " + pid + "," + pid + ",tunvo_plugin, ";
+    char today[16];
+    strftime(today, sizeof today, "%Y-%m-%d", localtime(&now));
+    std::string h = today + std::string(", 9:\\d\\d:\\d\\d:000, ") + pid + "," + pid + ",tunvo_plugin, ";
     std::regex expected(rule + "Kernel version: .+\nSystem: Linux\nRelease: .+\nModel: .+\nNode name: .+\n" +
                         rule + h + "0,,,,  \n" + h + "0,,,,  =+\n" + h + "48,,,, current log level = 63\n" +
                         "a\n\n" + h + "4,,,, dump: a\\0b\n" +  // raw bytes

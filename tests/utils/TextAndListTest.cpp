@@ -65,7 +65,8 @@ TEST(CString, EditsMatchTheirStdStringTwins) {
         EDIT(s.MakeUpper(), m = " A.B A \t"), EDIT(s.SetAt(2, 'Z'), m[2] = 'Z'), EDIT(s.FreeExtra(), (void)m),
         EDIT(s.TrimLeft(), m.erase(0, 1)), EDIT(s = CString("x"), m = "x"), EDIT(s.TrimRight(), m.erase(6)),
         EDIT(s.SecureEmpty(), m = ""), EDIT(s = "ab", m = "ab"), EDIT(s.Empty(), m = ""),
-        EDIT((s.GetBufferSetLength(1), s.Empty()), m = ""), EDIT(s = at(s), (void)m), EDIT(s = s.Right(8), (void)m)};
+        EDIT((s.GetBufferSetLength(1), s.Empty()), m = ""), EDIT(s = at(s), (void)m), EDIT(s = s.Right(8), (void)m),
+        EDIT(s = s.Left(8), (void)m)};
     for (const auto& edit : edits)
         for (bool lock : {false, true}) {
             CString s(" a.b A \t"), sharer(s);
@@ -280,6 +281,7 @@ TEST(Convert, NumbersAcceptedAndRefused) {
     for (const char* s : {"12ab", "0x1G", "", "12345678901"}) EXPECT_EQ(5u, toDWORD(s, 5, nullptr)) << s;
     for (const char* bad : {"10.0.0.1x", "256.0.0.1", "1.2.3", "1000.0.0.1", "", "a.b.c.d"})
         EXPECT_EQ(9u, strIPtoDWORD(bad, 9, nullptr)) << bad;
+    EXPECT_EQ(9u, strIPtoDWORD(nullptr, 9, nullptr));
     EXPECT_TRUE(toBool("TRUE", false) && !toBool(" false ", true) && toBool("yes", true));
 }
 
@@ -295,6 +297,9 @@ TEST(AutoMemory, CopiesHaveTheirOwnBytes) {
     EXPECT_EQ(copy.getPtr(), copy.expand(0)) << "nothing to add: the same block";
     copy = empty;
     EXPECT_EQ(0u, copy.getSize());
+    copy = bytes;
+    copy.malloc(0);
+    EXPECT_TRUE(copy.getSize() == 0 && copy.getPtr() == nullptr) << "a block of nothing is no block";
     TempHome home;
     const std::string one = home.path() + "/one", none = home.path() + "/none";
     const AutoMemory z("z", 1);
