@@ -39,6 +39,7 @@ TEST(PageCall, ReadsWhatABrowserWouldPassAndRefusesWhatItCouldNotRun) {
         {"a signed fraction", "javascript:f(-1.5e2)", "f(-150.0)"},
         {"an exponent with its sign", "javascript:f(25E-1)", "f(2.5)"},
         {"an exponent without digits", "javascript:f(1e+)", "refused"},
+        {"a sign and a point without digits", "javascript:f(-.)", "refused"},
         {"a backslash that ends the text stays", R"(javascript:f('a\'))", R"(f("a\\"))"},
         {"hexadecimal in both cases", "javascript:f(0x0fF)", "f(255.0)"},
         {"underscores, dollars and digits in the name", "JavaScript:$_a1()", "$_a1()"},
@@ -385,6 +386,16 @@ TEST_F(BridgeTest, AURLItDoesNotCarryIsRefused) {
         {"hostrooturl", "ftp://portal.test"}, {"tunvourl", "/p"}, {"tunvosize", "9"}, {"signature", "x"}}}});
     EXPECT_NE(std::string::npos, hostLog.find("refused request for ftp://portal.test/p\n")) << hostLog;
     for (const json& message : sent) EXPECT_NE("fetch", message["op"]);
+}
+
+// Data for a fetch whose response has not come is refused: no stream is open to take it.
+TEST_F(BridgeTest, DataBeforeItsResponseIsRefused) {
+    send(kHello);
+    send({{"op", "create"}, {"element", 4}, {"attributes", NpapiHost::Parameters{{"_installvpn", "1"},
+        {"hostrooturl", "http://portal.test"}, {"tunvourl", "/p"}, {"tunvosize", "9"}, {"signature", "x"}}}});
+    size_t before = sent.size();
+    send({{"op", "data"}, {"request", sent.back()["request"]}, {"data", "QUJD"}});
+    EXPECT_EQ(std::vector<std::string>{"4 \"data\""}, errorsSince(before));
 }
 
 // Every message has exactly its operation's fields: one missing or of another type gets 4 (with the op),

@@ -9,6 +9,7 @@
 #include <climits>
 #include <functional>
 #include <thread>
+#include <pwd.h>
 #include <regex>
 #include <tuple>
 #include <csignal>
@@ -26,6 +27,7 @@
 #include "Mutex"
 #include "Platform"
 #include "System"
+#include "UserFolder"
 
 namespace {
 
@@ -340,6 +342,15 @@ TEST(IsFileExist, ModeBitsDecide) {
     const std::pair<const char*, bool> rows[] = {{home.path().c_str(), true}, {"/proc/self/exe", true},
         {"/dev/null", true}, {fifo.c_str(), false}, {"/nonexistent", false}, {nullptr, false}};
     for (const auto& row : rows) EXPECT_EQ(row.second, isFileExist(row.first)) << row.first;
+}
+
+// An empty HOME is no home: the user's own folder comes from the password database.
+TEST(UserFolder, AnEmptyHomeIsNone) {
+    const std::string saved = getenv("HOME") != nullptr ? getenv("HOME") : "";
+    setenv("HOME", "", 1);
+    const std::string home = getCurrentUserHomeFolder() != nullptr ? getCurrentUserHomeFolder() : "(none)";
+    setenv("HOME", saved.c_str(), 1);
+    EXPECT_EQ(getpwuid(geteuid())->pw_dir, home);
 }
 
 // Unset, empty and 1,000-character values give the fallback.
