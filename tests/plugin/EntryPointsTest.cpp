@@ -47,6 +47,7 @@ TEST_F(PluginTest, AnswersBeforeInitialisationAndRefusesWhatItCannotServe) {
     ASSERT_EQ(0, browser.initialize(8, 176));
     EXPECT_EQ(13, browser.plugin().version);
     create({{"_probevpn", "1"}});
+    EXPECT_TRUE(logged("[NS_NewPluginInstance] install='0' plugin->probeVpn='1' _last_param='0'\n"));
     EXPECT_TRUE(logged("cannot call GetURL. url='http://127.0.0.1:44444/vpn.php?INFO', errorcode='8'"));
 }
 
