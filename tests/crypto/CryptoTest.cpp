@@ -21,6 +21,8 @@ void* opensslMalloc(size_t n, const char*, int) {
     if (block != nullptr) ++g_opensslBlocks;
     return block;
 }
+// OpenSSL hands a replaced realloc the null block too (its own realloc would have made that a malloc), so a
+// null block is a new one here, and counted.
 void* opensslRealloc(void* p, size_t n, const char* file, int line) {
     if (p == nullptr) return opensslMalloc(n, file, line);
     return g_opensslFails ? nullptr : realloc(p, n);

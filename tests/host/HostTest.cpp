@@ -153,14 +153,18 @@ protected:
             }
         return errors;
     }
+    // Creates element 4, which installs the test package (announced as `size` bytes) from `hostRootUrl`.
+    void createInstaller(const std::string& hostRootUrl, const std::string& size) {
+        send({{"op", "create"}, {"element", 4}, {"attributes", NpapiHost::Parameters{
+            {"_installvpn", "1"}, {"hostrooturl", hostRootUrl}, {"tunvourl", "/client/package"},
+            {"tunvosize", size}, {"_installmethod", "sudo"}, {"_userpassword", "pw"},
+            {"signature", signatureOf(package)}}}});
+    }
     // An installing element whose fetch is answered; returns the fetch's request id.
     json install(const std::string& size) {
         setenv("PASSWAY_TEST_ROOT", PASSWAY_TEST_ROOT, 1);  // for the installer
         setenv("FAKE_SERVICE", FAKE_SERVICE, 1);
-        send({{"op", "create"}, {"element", 4}, {"attributes", NpapiHost::Parameters{
-            {"_installvpn", "1"}, {"hostrooturl", "http://portal.test"}, {"tunvourl", "/client/package"},
-            {"tunvosize", size}, {"_installmethod", "sudo"}, {"_userpassword", "pw"},
-            {"signature", signatureOf(package)}}}});
+        createInstaller("http://portal.test", size);
         json request = sent.back()["request"];
         send({{"op", "response"}, {"request", request}, {"status", 200}, {"mimeType", "application/x-tar"}});
         return request;
@@ -382,17 +386,15 @@ TEST_F(BridgeTest, ThePackageIsInstalledWholeAndNoPartOfABrokenOneStays) {
 // extension is asked for nothing.
 TEST_F(BridgeTest, AURLItDoesNotCarryIsRefused) {
     send(kHello);
-    send({{"op", "create"}, {"element", 4}, {"attributes", NpapiHost::Parameters{{"_installvpn", "1"},
-        {"hostrooturl", "ftp://portal.test"}, {"tunvourl", "/p"}, {"tunvosize", "9"}, {"signature", "x"}}}});
-    EXPECT_NE(std::string::npos, hostLog.find("refused request for ftp://portal.test/p\n")) << hostLog;
+    createInstaller("ftp://portal.test", "9");
+    EXPECT_NE(std::string::npos, hostLog.find("refused request for ftp://portal.test/client/package\n")) << hostLog;
     for (const json& message : sent) EXPECT_NE("fetch", message["op"]);
 }
 
 // Data for a fetch whose response has not come is refused: no stream is open to take it.
 TEST_F(BridgeTest, DataBeforeItsResponseIsRefused) {
     send(kHello);
-    send({{"op", "create"}, {"element", 4}, {"attributes", NpapiHost::Parameters{{"_installvpn", "1"},
-        {"hostrooturl", "http://portal.test"}, {"tunvourl", "/p"}, {"tunvosize", "9"}, {"signature", "x"}}}});
+    createInstaller("http://portal.test", "9");
     size_t before = sent.size();
     send({{"op", "data"}, {"request", sent.back()["request"]}, {"data", "QUJD"}});
     EXPECT_EQ(std::vector<std::string>{"4 \"data\""}, errorsSince(before));

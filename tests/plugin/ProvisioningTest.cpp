@@ -104,13 +104,14 @@ TEST_F(Provisioning, NothingUnverifiedIsInstalled) {
 // keeps the test honest were this process to become the installer: its exit status would end the test.
 TEST_F(Provisioning, TheInstallerOutcomeIsReported) {
     const struct {
-        const char *exit, *sleep, *ignoreTerm, *method, *page, *line;
+        const char *exit, *sleep, *ignoreTerm, *method, *password, *page, *line;
         size_t polls;
     } rows[] = {
-        {"2", "0", "", "sudo", "Failed", "'InstallVPN' return value '512'\n", 0},
-        {"kill", "0", "", "sudo", "Failed", "error code =9. Exit status (WEXITSTATUS(res))= 0. WIFEXITED(res)=0\n", 0},
-        {"0", "0", "", "Sudo", "OK", "- install proc exited with 0\n", 0},  // any method but sudo is SU
-        {"0", "30", "", "sudo", "Failed",
+        {"2", "0", "", "sudo", "pass word", "Failed", "'InstallVPN' return value '512'\n", 0},
+        {"kill", "0", "", "sudo", "pass word", "Failed",
+         "error code =9. Exit status (WEXITSTATUS(res))= 0. WIFEXITED(res)=0\n", 0},
+        {"0", "0", "", "Sudo", "p", "OK", "- install proc exited with 0\n", 0},  // any method but sudo is SU
+        {"0", "30", "", "sudo", "pass word", "Failed",
          "error code =0. Exit status (WEXITSTATUS(res))= 0. WIFEXITED(res)=1\n", 5},
     };
     for (const auto& row : rows) {
@@ -119,11 +120,12 @@ TEST_F(Provisioning, TheInstallerOutcomeIsReported) {
         setenv("INSTALLER_SLEEP", row.sleep, 1);
         setenv("INSTALLER_IGNORE_TERM", row.ignoreTerm, 1);
         size_t before = log().size();
-        install(signatureOf(kPackage), "application/x-tar", row.method);
+        install(signatureOf(kPackage), "application/x-tar", row.method, row.password);
         EXPECT_EQ(std::string("javascript:VPNInstallation") + row.page + "()", lastPageCall());
         EXPECT_TRUE(logged(row.line, before));
         EXPECT_FALSE(logged("outlived SIGTERM", before)) << "one that ends on SIGTERM gets no SIGKILL";
-        EXPECT_EQ(0u, installerLog().find(std::string(row.method) == "sudo" ? "SUDO\n" : "SU\n"));
+        std::string given = std::string(row.method) == "sudo" ? "SUDO\n" : "SU\n";
+        EXPECT_EQ(given + row.password + "\n", installerLog()) << "the method, and the password on the input";
         size_t polls = count(log().substr(before), "- waiting to let installation complete");
         EXPECT_TRUE(row.polls == 0 || row.polls == polls) << polls << " polls";
         int installer = atoi(readFile(kRun + "installer.pid").c_str());
@@ -257,6 +259,7 @@ TEST_F(Provisioning, TheLaunchRules) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.line);
+        const bool started = row.created == 0;  // the service started, and the instance may stop it
         PluginTest::SetUp();
         installClient();
         std::string executable = kRoot + "tunvo_x86_64", folder = "folder";
@@ -270,15 +273,15 @@ TEST_F(Provisioning, TheLaunchRules) {
         FakeBrowser::Instance* instance =
             create({{"last_param", "1"}, {"tunvoversion", row.offered}}, std::max(row.created, 0));
         EXPECT_TRUE(logged(row.line, before));
-        EXPECT_EQ(row.created == 0, servicePid() > 0 && servicePid() != getpid());
+        EXPECT_EQ(started, servicePid() > 0 && servicePid() != getpid());
         std::string page = browser.urls(true).size() > calls ? lastPageCall() : "";
         EXPECT_EQ(row.created < 0 ? "javascript:VPNNotInstalled()" : "", page);
         stopService();
         writeFile(kRun + "tunvo.pid", "-2147483647");
         before = log().size();
         browser.destroy(instance);
-        EXPECT_EQ(row.created == 0, logged("holds a negative pid", before));
-        EXPECT_EQ(row.created == 0, logged("[NS_DestroyPluginInstance] doNotTerminate = 0\n", before));
+        EXPECT_EQ(started, logged("holds a negative pid", before));
+        EXPECT_EQ(started, logged("[NS_DestroyPluginInstance] doNotTerminate = 0\n", before));
         EXPECT_FALSE(logged("about to kill", before));
     }
 }

@@ -6,6 +6,8 @@
 #include <map>
 
 #include <openssl/evp.h>
+#include <openssl/pem.h>
+#include <openssl/rsa.h>
 #include <openssl/x509.h>
 
 #include "ExtensionPackage.h"
@@ -75,6 +77,18 @@ TEST(ExtensionPackage, TheTestKeysIdAndACrxWhoseSignatureCoversTheZip) {
         EXPECT_FALSE(readExtensionKey(testDataPath(bad)).ok) << bad;
         EXPECT_EQ("", packCrx3(testDataPath(bad), zip, error)) << bad;
     }
+}
+
+// A 1,024-bit key signs with 128 bytes, the first length that takes two bytes in the header.
+TEST(ExtensionPackage, ASignatureOf128BytesIsCarriedWhole) {
+    TempHome home;
+    std::string keyPath = home.path() + "/rsa1024.pem", error;
+    EVP_PKEY* key = EVP_RSA_gen(1024);
+    FILE* file = fopen(keyPath.c_str(), "w");
+    ASSERT_TRUE(key != nullptr && file != nullptr);
+    EXPECT_EQ(1, PEM_write_PrivateKey(file, key, nullptr, nullptr, 0, nullptr, nullptr));
+    fclose(file), EVP_PKEY_free(key);
+    EXPECT_TRUE(verifies(packCrx3(keyPath, "PK\x03\x04", error))) << error;
 }
 
 TEST(PasswayCrx, WritesWhatChromeTakesAndExitsByOutcome) {

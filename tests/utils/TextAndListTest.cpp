@@ -55,7 +55,7 @@ const unsigned char* u(const char* s) { return reinterpret_cast<const unsigned c
 TEST(CString, EditsMatchTheirStdStringTwins) {
     const std::pair<const char*, void (*)(CString&, std::string&)> edits[] = {
         EDIT((strcpy(s.GetBuffer(20) + 8, "gh"), s.ReleaseBuffer(10)), m += "gh"), EDIT(s = s.Mid(9), m = ""),
-        EDIT(s.Replace('a', 'q'), std::replace(m.begin(), m.end(), 'a', 'q')), EDIT(s.SetAt(9, 'Z'), (void)m),
+        EDIT(s.Replace(' ', 'q'), std::replace(m.begin(), m.end(), ' ', 'q')), EDIT(s.SetAt(8, 'Z'), (void)m),
         EDIT(s.Replace(".b", s), m.replace(2, 2, std::string(m))), EDIT(s.GetBufferSetLength(3), m.resize(3)),
         EDIT(s = s.Right(3) + s.Left(2), m = m.substr(5) + " a"), EDIT(s = s.Mid(2, 3), m = m.substr(2, 3)),
         EDIT(s = '\0' + ('<' + s + '>' + '\0') + "!", m = '<' + m + '>' + "!"),  // a '\0' adds nothing
@@ -123,7 +123,7 @@ TEST(CString, ComparesAndSearchesWithinBounds) {
         ROW(z != CString("ab\0ce", 5), "1"), ROW(dots.Replace(".", "::"), "2"), ROW(s.ReverseFind('c'), "5"),
         ROW(s.FindOneOf("c", 6), "-1"), ROW(s.FindOneOf("xc"), "2"), ROW(s.Find("abc", 1), "3"),
         ROW(s.Find("x", 99), "-1"), ROW(s.Find('a', -1), "-1"), ROW(s.Find('b', 2), "4"), ROW(s[6], "0"),
-        ROW(CString('x', 1), "x"), ROW(CString('x', 0), ""), ROW(spare.Find('z', 3), "-1"),
+        ROW(CString('x', 1), "x"), ROW(CString('x', 0), ""), ROW(CString("a.a").Replace('a', 'a'), "0"), ROW(spare.Find('z', 3), "-1"),
         ROW(spare.Find("z", 3), "-1"), ROW(spare.FindOneOf("z", 3), "-1"), ROW(spare.Find('z', 1), "1")});
     EXPECT_EQ(std::string("a::b\0a::b", 9), bytes(dots)) << "Replace goes on past a zero";
     EXPECT_THROW(dots.GetBuffer(INT_MAX), std::bad_alloc);
