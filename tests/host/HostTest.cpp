@@ -593,7 +593,7 @@ TEST(HostLog, URLsShowNoQueryNoFragmentAndNoPageCallArgument) {
         {"https://portal.test/", "https://portal.test/"},
         {"javascript:c_addcomm('s3cret reply')", "javascript:c_addcomm(...)"},
         {"JavaScript:%20onTunvoDownloadProgress(100)", "javascript:onTunvoDownloadProgress(...)"},
-        {"javascript:(s3cret)", "javascript:(...)"},
+        {"javascript:(s3cret)", "javascript:(...)"}, {"javascript:", "javascript:(...)"},
         {"", ""},
     };
     for (const auto& row : rows) EXPECT_EQ(row.shown, urlForLog(row.url)) << row.url;

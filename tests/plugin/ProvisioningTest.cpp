@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
+#include <csignal>
 #include <map>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -305,6 +306,28 @@ TEST(LeftChildren, EachIsReapedOnceItHasEnded) {
     kill(running, SIGKILL);
     waitid(P_PID, static_cast<id_t>(running), &info, WEXITED | WNOWAIT);
     EXPECT_EQ(0u, reapLeftChildren());
+}
+
+// A write to a pipe that nobody reads fails with EPIPE and takes the SIGPIPE it raised, but not one that was
+// pending already: that one is someone else's, and stays.
+TEST(ChildInput, AWriteNobodyReadsFailsAndTakesOnlyItsOwnSigpipe) {
+    int ends[2];
+    ASSERT_EQ(0, pipe(ends));
+    close(ends[0]);
+    sigset_t pipeOnly, previous, pending;
+    sigemptyset(&pipeOnly);
+    sigaddset(&pipeOnly, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &pipeOnly, &previous);  // so that a SIGPIPE left behind shows as pending
+    for (bool another : {false, true}) {
+        if (another) raise(SIGPIPE);
+        EXPECT_EQ(EPIPE, writeHoldingOffSigpipe(ends[1], "x", 1));
+        sigpending(&pending);
+        EXPECT_EQ(another, sigismember(&pending, SIGPIPE) == 1) << (another ? "another's stays" : "its own");
+    }
+    const struct timespec now = {0, 0};
+    sigtimedwait(&pipeOnly, nullptr, &now);
+    pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+    close(ends[1]);
 }
 
 // A browser that ignores SIGCHLD has its children reaped for it: the launcher's wait then fails once the

@@ -28,7 +28,9 @@
 // Every CString buffer comes from operator new[]: a new block holds no stale text (a copy that leaves bytes out
 // shows), and while g_watchFrees is set, a block freed with "s3cret" in it is noted.
 bool g_watchFrees = false, g_freedASecret = false;
+long g_hugeAsks = 0;  // blocks of over 1 GiB asked for, and refused
 void* operator new[](size_t size, const std::nothrow_t&) noexcept {
+    if (size > (size_t{1} << 30)) return ++g_hugeAsks, nullptr;
     void* block = malloc(size != 0 ? size : 1);
     return block != nullptr ? memset(block, 0xA5, size) : nullptr;
 }
@@ -127,6 +129,15 @@ TEST(CString, ComparesAndSearchesWithinBounds) {
         ROW(spare.Find("z", 3), "-1"), ROW(spare.FindOneOf("z", 3), "-1"), ROW(spare.Find('z', 1), "1")});
     EXPECT_EQ(std::string("a::b\0a::b", 9), bytes(dots)) << "Replace goes on past a zero";
     EXPECT_THROW(dots.GetBuffer(INT_MAX), std::bad_alloc);
+    // The longest text, its header and its zero fit an int: one character more is refused before any block is
+    // asked for.
+    const int longest = INT_MAX - static_cast<int>(sizeof(CString::CStringData)) - 1;
+    g_hugeAsks = 0;
+    EXPECT_THROW(dots.GetBuffer(longest + 1), std::bad_alloc);
+    EXPECT_EQ(0, g_hugeAsks);
+    EXPECT_THROW(dots.GetBuffer(longest), std::bad_alloc);
+    EXPECT_EQ(1, g_hugeAsks) << "the longest text is asked for";
+    EXPECT_EQ(std::string("a::b\0a::b", 9), bytes(dots));
 }
 
 // A format and its arguments as snprintf prints them, and as CString::Format does.
@@ -196,7 +207,7 @@ TEST(Path, SplitsAtTheLastSeparatorAddsAndStripsTrailingOnes) {
         ROW(addTrailingSlash("/tmp"), "/tmp\\"), ROW(addTrailingSlash("/tmp/"), "/tmp/"),
         ROW(stripTrailingSlash("/tmp//"), "/tmp/"), ROW(stripTrailingSlash("c:\\"), "c:"),
         ROW(addTrailingSlash(""), "\\"), ROW(stripTrailingSlash(""), ""), ROW(hasTralingSlash("a\\"), "1"),
-        ROW(hasTralingSlash("a/"), "1"), ROW(hasTralingSlash("a"), "0"), ROW(hasTralingSlash(""), "0")});
+        ROW(hasTralingSlash("/"), "1"), ROW(hasTralingSlash("a"), "0"), ROW(hasTralingSlash(""), "0")});
 }
 
 // A URL needs a host; a port must be 1 to 65535 in digits, else the scheme's default stays.
