@@ -39,6 +39,7 @@ TEST(PageCall, ReadsWhatABrowserWouldPassAndRefusesWhatItCouldNotRun) {
         {"a signed fraction", "javascript:f(-1.5e2)", "f(-150.0)"},
         {"an exponent with its sign", "javascript:f(25E-1)", "f(2.5)"},
         {"an exponent without digits", "javascript:f(1e+)", "refused"},
+        {"an exponent then letters", "javascript:f(1e5x)", "refused"},
         {"a sign and a point without digits", "javascript:f(-.)", "refused"},
         {"a backslash that ends the text stays", R"(javascript:f('a\'))", R"(f("a\\"))"},
         {"hexadecimal in both cases", "javascript:f(0x0fF)", "f(255.0)"},
@@ -240,6 +241,16 @@ TEST_F(BridgeTest, AServiceReplyReachesThePageAsTextAndARefusedConnectionDropsTh
     send(kProbe);
     for (int fd = bridge.watched().at(0); !bridge.watched().empty(); bridge.run()) bridge.onReadable(fd);
     EXPECT_NE(std::string::npos, hostLog.find("read failed: Connection reset by peer")) << hostLog;
+    EXPECT_EQ("GET /vpn.php?INFO HTTP/1.1", service.requests().back());
+    service.setReply([](const std::string& line) {  // a status other than 2xx: a network error too
+        return (line.find("HTTP/1.1") != std::string::npos ? "HTTP/1.0 200 OK" : "HTTP/1.0 503 Busy") +
+               std::string("\r\n\r\nbusy");
+    }, true);
+    send({{"op", "destroy"}, {"element", 4}});
+    calls.clear();
+    send(kProbe);
+    for (int fd = bridge.watched().at(0); !bridge.watched().empty(); bridge.run()) bridge.onReadable(fd);
+    EXPECT_NE(std::string::npos, hostLog.find("vpn.php: answered with status 503\n")) << hostLog;
     EXPECT_EQ("GET /vpn.php?INFO HTTP/1.1", service.requests().back());
 }
 
@@ -696,7 +707,7 @@ public:
     ~HostProcess() {
         closeInput();
         close(output);
-        waitpid(pid, nullptr, 0);
+        if (pid > 0) waitpid(pid, nullptr, 0);
     }
     void send(const std::string& text) {
         uint32_t size = static_cast<uint32_t>(text.size());
@@ -720,6 +731,13 @@ public:
         if (input >= 0) close(input);
         input = -1;
     }
+    // Whether the host ends within five seconds; one that does not is killed.
+    bool ends() {
+        for (int tries = 0; tries < 50; ++tries, usleep(100000))
+            if (waitpid(pid, nullptr, WNOHANG) == pid) return pid = -1, true;
+        kill(pid, SIGKILL);
+        return false;
+    }
 
     static constexpr const char* kUsersOwn = "/.mozilla/plugins/libtunvo_plugin.so";
     TempHome home;
@@ -732,18 +750,23 @@ private:
     std::string frame;
 };
 
-// A signal that interrupts the host's wait for input (SIGPIPE has a handler) loses none of what comes next.
+// A signal that interrupts the host's wait for input (SIGPIPE has a handler) loses none of what comes next,
+// and the end of its input still ends it.
 TEST(HostProgram, ASignalWhileItWaitsLosesNoInput) {
     HostProcess host;
     host.send(kHello);
     EXPECT_EQ("ready", host.reply());
-    usleep(100000);  // waiting for input again
-    kill(host.pid, SIGPIPE);
-    usleep(100000);
-    host.send(R"({"op":"destroy","element":9})");
-    EXPECT_EQ("error", host.reply());
+    for (const char* next : {R"({"op":"destroy","element":9})", ""}) {
+        usleep(100000);  // waiting for input again
+        kill(host.pid, SIGPIPE);
+        usleep(100000);
+        if (*next == '\0') break;
+        host.send(next);
+        EXPECT_EQ("error", host.reply());
+    }
     host.closeInput();
     EXPECT_EQ("(no reply)", host.reply());
+    EXPECT_TRUE(host.ends());
 }
 
 // A service that holds one element's reply holds up no other element's: the second reply reaches its page
