@@ -216,7 +216,7 @@ TEST(ParseUrl, SchemesHostsPortsAndRefusals) {
     const char* const cases[][2] = {
         {"http://h:81/a", "1 1 h:81 /a"}, {" HTTPS://h", "1 2 h:443 /"}, {"h:65535\\x", "1 0 h:65535 \\x"},
         {"http://h:8o/", "0 1 h:80 /"}, {"ftp://h:0", "0 3 h:21 /"}, {"http://h:65536", "0 1 h:80 /"},
-        {"http://h:/", "0 1 h:80 /"}, {"file:///etc", "0 4 :0 /etc"}};
+        {"http://h:/", "0 1 h:80 /"}, {"file:///etc", "0 4 :0 /etc"}, {"h/x", "1 0 h:0 /x"}};
     for (const auto& c : cases) {
         unsigned int scheme = 99, port = 99;
         CString host("stale"), path("stale");
@@ -225,7 +225,6 @@ TEST(ParseUrl, SchemesHostsPortsAndRefusals) {
         EXPECT_EQ(c[1], ok);
     }
 }
-
 
 // Text and its base64: RFC 4648 section 10 (one per padding length), one long enough for the eight-byte
 // steps; then texts only decoded: digits are taken, anything else skipped, a high-bit byte ends the text.
