@@ -97,7 +97,9 @@ TEST(ServiceGuard, TheGuardTheHostStartsStopsItsServiceWhenTheHostEnds) {
     ASSERT_TRUE(runningService(service.root, found));
     {
         ServiceGuard guard;
+        pid_t host = getpid();
         ASSERT_TRUE(guard.start(service.root));
+        ASSERT_EQ(host, getpid()) << "the guard is the child";
         guard.owned(found);
     }
     for (int tries = 0; tries < 1000 && service.running(); ++tries) usleep(10000);
