@@ -53,6 +53,10 @@ TEST(CMD5, KnownAnswersWithAndWithoutAKey) {
             CHMAC(&md5, bytes(key), int(key.size())).Sign(bytes(text), int(text.size()), bytes(out), 16);
         EXPECT_EQ(digest, hex(out)) << key << "/" << text;
     }
+    std::string out(16, '\0'), text = "abc";
+    CMD5 md5;  // a null buffer or a negative length adds nothing
+    md5.Update(nullptr, 5), md5.Update(bytes(text), -1), md5.Update(bytes(text), 3), md5.Final(bytes(out));
+    EXPECT_EQ("900150983cd24fb0d6963f7d28e17f72", hex(out));
 }
 
 // A key of no bytes, too little room for the output or a digest longer than HMAC's room stop the process.

@@ -24,6 +24,7 @@ TEST_F(Live, TheProbeHandsTheServiceReplyToThePage) {
         {true, false, "http", "direct", "direct"},
         {true, false, "raw", "no blank line here", ""},
         {true, false, "raw", "x", ""},  // one byte is a reply too
+        {true, false, "raw", "", "ssldrop"},  // closed without a word: no reply, no service
         {true, false, "raw", "HTTP/1.1 200 OK\r\n\r\n" + std::string(2000, 'r'), std::string(1000 - 19, 'r')},
         {true, true, "http", "direct", "direct"},  // the direct query's socket is descriptor 0
         {true, false, "", "", "ssldrop"},
@@ -44,8 +45,9 @@ TEST_F(Live, TheProbeHandsTheServiceReplyToThePage) {
         EXPECT_TRUE(!service || service->requests() == std::vector<std::string>{asked}) << asked;
         EXPECT_TRUE(row.reply != big || logged("[sendToJavaScript] Data from server ='" + big + "'\n"));
     }
-    EXPECT_EQ(6u, count(log(), "ERROR!")) << "one for each network error, no other";
+    EXPECT_EQ(7u, count(log(), "ERROR!")) << "one for each network error, no other";
     EXPECT_TRUE(logged("[GetDataFromTunvo] connect() failed=Connection refused\n"));
+    EXPECT_TRUE(logged("[GetDataFromTunvo] read() failed="));
     EXPECT_EQ("geturl", browser.calls().back().function) << "the drop asks for no notification";
 }
 

@@ -305,6 +305,8 @@ TEST(AutoMemory, CopiesHaveTheirOwnBytes) {
     EXPECT_NE(bytes.getPtr(), copy.getPtr());
     EXPECT_EQ(0, memcmp("abc", copy.getPtr(), 3));
     EXPECT_EQ(copy.getPtr(), copy.expand(0)) << "nothing to add: the same block";
+    copy.expand(1);
+    EXPECT_TRUE(copy.getSize() == 4 && memcmp("abc", copy.getPtr(), 3) == 0) << "one byte more, the three kept";
     copy = empty;
     EXPECT_EQ(0u, copy.getSize());
     copy = bytes;
