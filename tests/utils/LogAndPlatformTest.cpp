@@ -55,7 +55,7 @@ TEST(ErrorLog, LinesHandedToTheSinkAtALogLevel) {
         {"hex: 32 bytes a line, up to the level", 5, [](auto& l) {
              unsigned char bytes[33];
              for (unsigned char i = 0; i < 33; ++i) bytes[i] = i;
-             EXPECT_EQ(0, l.WriteAsHex(5, bytes, 33) + l.WriteAsHex(6, bytes, 1)); },
+             EXPECT_EQ(0, l.WriteAsHex(5, bytes, 33) + l.WriteAsHex(6, bytes, 1) + l.WriteAsHex(5, nullptr, 4)); },
          {"5,,,,   0  1  2  3  4  5  6  7  8  9  A  B  C  D  E  F 10 11 12 13 14 15 16 17 18 19 1A 1B 1C 1D 1E 1F\n",
           "5,,,,  20\n"}},
         {"0 is 1; changes logged", 1, [](auto& l) { l.SetLogLevel(0); l.SetLogLevel(63); l.SetLogLevel(63); },

@@ -39,7 +39,8 @@ void* operator new[](size_t size) {
     throw std::bad_alloc();
 }
 void operator delete[](void* block) noexcept {
-    if (g_watchFrees && block != nullptr && memmem(block, malloc_usable_size(block), "s3cret", 6)) g_freedASecret = true;
+    if (g_watchFrees && block != nullptr && memmem(block, malloc_usable_size(block), "s3cret", 6))
+        g_freedASecret = true;
     free(block);
 }
 void operator delete[](void* block, size_t) noexcept { operator delete[](block); }
@@ -125,8 +126,9 @@ TEST(CString, ComparesAndSearchesWithinBounds) {
         ROW(z != CString("ab\0ce", 5), "1"), ROW(dots.Replace(".", "::"), "2"), ROW(s.ReverseFind('c'), "5"),
         ROW(s.FindOneOf("c", 6), "-1"), ROW(s.FindOneOf("xc"), "2"), ROW(s.Find("abc", 1), "3"),
         ROW(s.Find("x", 99), "-1"), ROW(s.Find('a', -1), "-1"), ROW(s.Find('b', 2), "4"), ROW(s[6], "0"),
-        ROW(CString('x', 1), "x"), ROW(CString('x', 0), ""), ROW(CString("a.a").Replace('a', 'a'), "0"), ROW(spare.Find('z', 3), "-1"),
-        ROW(spare.Find("z", 3), "-1"), ROW(spare.FindOneOf("z", 3), "-1"), ROW(spare.Find('z', 1), "1")});
+        ROW(CString('x', 1), "x"), ROW(CString('x', 0), ""), ROW(CString("a.a").Replace('a', 'a'), "0"),
+        ROW(spare.Find('z', 3), "-1"), ROW(spare.Find("z", 3), "-1"), ROW(spare.FindOneOf("z", 3), "-1"),
+        ROW(spare.Find('z', 1), "1")});
     EXPECT_EQ(std::string("a::b\0a::b", 9), bytes(dots)) << "Replace goes on past a zero";
     EXPECT_THROW(dots.GetBuffer(INT_MAX), std::bad_alloc);
     // The longest text, its header and its zero fit an int: one character more is refused before any block is
@@ -397,6 +399,7 @@ TEST(UStrings, CutsAtTheSeparatorFindsAndJoins) {
     EXPECT_EQ(2, s.find("x"));
     s.removeItem(1);
     EXPECT_EQ("k=vx;y", std::string(s.toString()));
+    EXPECT_TRUE(s.fromString(nullptr, ';', 0) == 0 && s.getCount() == 0) << "no text, no items";
 }
 
 // Named byte blocks: found by exact name (never a part of one), read back with their size, removed by index
