@@ -222,14 +222,20 @@ TEST_F(BridgeTest, BadInputGetsItsNumberedErrorAndALogLine) {
     EXPECT_EQ(5, sent.back()["code"]) << "a plug-in that cannot load";
 }
 
-// A refused connection ends the request without a stream, and the page hears the session dropped; a reply
-// reaches the page as the text of its call (a quote in it is text; %27 reads as a browser reads it),
-// carried by the host (the plug-in would ask the service itself after a failed request).
+// A refused connection ends the request without a stream, and the page hears the session dropped (the call's
+// text value is streamed to the plug-in, as a browser does); a reply reaches the page as the text of its call
+// (a quote in it is text; %27 reads as a browser reads it), carried by the host (the plug-in would ask the
+// service itself after a failed request).
 TEST_F(BridgeTest, AServiceReplyReachesThePageAsTextAndARefusedConnectionDropsTheSession) {
+    answerCalls = false;
     send(kHello);
     send(kProbe);
     EXPECT_NE(std::string::npos, hostLog.find("connect failed"));
     EXPECT_EQ(std::string::npos, readFile(home.inFolder("tunvo_plugin.log")).find("NewStream]"));
+    ASSERT_EQ("call", sent.back()["op"]);
+    send({{"op", "result"}, {"call", sent.back()["call"]}, {"value", "fine"}});
+    EXPECT_NE(std::string::npos, readFile(home.inFolder("tunvo_plugin.log")).find("mime-type=text/plain\n"));
+    answered = static_cast<uint32_t>(sent.size()), answerCalls = true;
     send({{"op", "destroy"}, {"element", 4}});
     FakeService service;
     service.setReply([](const std::string&) { return std::string("it's <b>%27"); });
