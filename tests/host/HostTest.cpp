@@ -716,10 +716,15 @@ public:
         close(output);
         if (pid > 0) waitpid(pid, nullptr, 0);
     }
-    void send(const std::string& text) {
+    // Writes the frame `piece` bytes at a time (all at once when 0), with a pause after each piece.
+    void send(const std::string& text, size_t piece = 0) {
         uint32_t size = static_cast<uint32_t>(text.size());
         std::string bytes = std::string(reinterpret_cast<char*>(&size), 4) + text;
-        EXPECT_EQ(static_cast<ssize_t>(bytes.size()), write(input, bytes.data(), bytes.size()));
+        for (size_t at = 0; at < bytes.size(); usleep(piece * 2000)) {
+            size_t n = piece != 0 ? std::min(piece, bytes.size() - at) : bytes.size();
+            EXPECT_EQ(static_cast<ssize_t>(n), write(input, &bytes[at], n));
+            at += n;
+        }
     }
     // The next message's op ("(no reply)" once the host ended or said nothing for five seconds); the
     // message in `last`.
@@ -761,7 +766,7 @@ private:
 // and the end of its input still ends it.
 TEST(HostProgram, ASignalWhileItWaitsLosesNoInput) {
     HostProcess host;
-    host.send(kHello);
+    host.send(kHello, 1);  // a frame that comes a byte at a time is whole all the same
     EXPECT_EQ("ready", host.reply());
     for (const char* next : {R"({"op":"destroy","element":9})", ""}) {
         usleep(100000);  // waiting for input again

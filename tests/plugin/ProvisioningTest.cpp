@@ -60,6 +60,7 @@ TEST_F(Provisioning, ASignedPackageIsDownloadedVerifiedAndInstalled) {
     for (std::string& call : expected) call = "javascript:" + call;
     EXPECT_EQ(expected, browser.urls(true));
     EXPECT_EQ("SUDO\npass word\n", installerLog()) << "the password arrives on the installer's input";
+    EXPECT_TRUE(logged("[InstallVpn] cmd='")) << "the installer's command, logged before it runs";
     struct stat info = {};
     EXPECT_TRUE(stat((kRoot + "tunvo_x86_64").c_str(), &info) == 0 && (info.st_mode & 07777) == 04755);
     EXPECT_NE(0, access(packageFile().c_str(), F_OK)) << "the package file is removed";

@@ -106,6 +106,7 @@ struct HomeLog : TempHome {
         writeFile(inFolder("orvane.conf"), conf);
         log.setParam("module_name", "tunvo_plugin");
         EXPECT_EQ(0, log.Open(path.c_str(), "a"));
+        EXPECT_EQ(0, log.Open(path.c_str(), "a")) << "open already: nothing to do";
     }
     std::string path;
     UFileErrorLog log;

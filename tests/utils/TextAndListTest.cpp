@@ -69,7 +69,7 @@ TEST(CString, EditsMatchTheirStdStringTwins) {
         EDIT(s.TrimLeft(), m.erase(0, 1)), EDIT(s = CString("x"), m = "x"), EDIT(s.TrimRight(), m.erase(6)),
         EDIT(s.SecureEmpty(), m = ""), EDIT(s = "ab", m = "ab"), EDIT(s.Empty(), m = ""),
         EDIT((s.GetBufferSetLength(1), s.Empty()), m = ""), EDIT(s = at(s), (void)m), EDIT(s = s.Right(8), (void)m),
-        EDIT(s = s.Left(8), (void)m)};
+        EDIT(s = s.Left(8), (void)m), EDIT((s.GetBuffer(0), s.ReleaseBuffer(0)), m = "")};
     for (const auto& edit : edits)
         for (bool lock : {false, true}) {
             CString s(" a.b A \t"), sharer(s);
@@ -90,6 +90,11 @@ TEST(CStringSharing, LockedBuffersAreCopiedStayPutAndAreWiped) {
     EXPECT_NE(at(a), at(CString(a))) << "a locked buffer is copied";
     a.UnlockBuffer();
     EXPECT_EQ(at(a), at(CString(a))) << "an unlocked one is shared again";
+    {
+        CString b("b");
+        b = a;
+        EXPECT_EQ(at(a), at(b)) << "and assigned by sharing, over a text of its own";
+    }
     a.LockBuffer();
     CString other("uv");
     a = other;
