@@ -4,6 +4,7 @@
 #include <climits>
 #include <cstring>
 #include <sched.h>
+#include <sys/utsname.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -31,6 +32,11 @@ TEST(ClientData, TheFallbackRecordTheSignedDataAndTheHostName) {
     unsigned char small[2] = {'x', 'x'};
     unsigned long room = 1;  // without room for the name and its zero, the room needed comes back
     EXPECT_TRUE(!GetUTF8HostName(small, room) && room == strlen(host) + 1 && small[0] == 'x') << room;
+    struct utsname system;
+    ASSERT_EQ(0, uname(&system));
+    UDeviceInfo device = UDeviceInfo::forThisMachine();
+    EXPECT_EQ(system.machine, text(device.model));
+    EXPECT_EQ(system.release, text(device.platformVersion));
 }
 
 // A host name as long as the system allows (64 bytes) is carried whole: a child of its own names its own
