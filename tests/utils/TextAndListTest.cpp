@@ -171,6 +171,7 @@ TEST(CStringFormatDeathTest, SizedConversionsEqualSnprintfOthersAreCut) {
     EXPECT_THROW(formatted("%2147483647d", 1), std::bad_alloc);
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_DEATH(formatted("value %5C", 'x'), "%c conversion is not supported");
+    EXPECT_DEATH(BinToHex(" ", 1, BINTOHEX_DUMP), "%c conversion is not supported") << "a dump of a printable byte";
 }
 
 // The lowest placeholder digit takes each argument; with none, the value is dropped or appended. Values
@@ -311,7 +312,8 @@ TEST(AutoMemory, CopiesHaveTheirOwnBytes) {
     ASSERT_EQ(3u, copy.getSize());
     EXPECT_NE(bytes.getPtr(), copy.getPtr());
     EXPECT_EQ(0, memcmp("abc", copy.getPtr(), 3));
-    EXPECT_EQ(copy.getPtr(), copy.expand(0)) << "nothing to add: the same block";
+    void* block = copy.getPtr();
+    EXPECT_EQ(block, copy.expand(0)) << "nothing to add: the same block";
     copy.expand(1);
     EXPECT_TRUE(copy.getSize() == 4 && memcmp("abc", copy.getPtr(), 3) == 0) << "one byte more, the three kept";
     copy = empty;
